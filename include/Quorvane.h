@@ -1,0 +1,140 @@
+/*
+ * Quorvane: the exported C interface of libQuorvane.so.13.
+ *
+ * Every function returns a signed 32-bit status unless noted: 0 success, negative error,
+ * positive warning. Codes the library produces itself:
+ *   -52000 memory or a Host handle could not be obtained
+ *   -52003 an internal operation failed (mutex creation, missing or failing Host function,
+ *          cleanup registration refused at open)
+ *   -52005 invalid argument (null pointer or handle, element type outside 1..8, a count that
+ *          does not fit 32 bits)
+ *   -52008 a condition variable could not be created
+ *   -50405 an acquisition was aborted by the Host; Host result 41
+ *   -61217 close, reset or download refused: FIFO regions are outstanding
+ *   -61219 a finite time-out ran out while waiting for a region to be handed back
+ *   -61499 the session handle carries kQuorvaneSessionRefusedBit
+ *   -63195 the session (or a resource session's parent) is not registered here
+ * Every other code comes unchanged from the FPGA interface library or the device service.
+ *
+ * All functions may be called from any thread at any time. None of them unwinds.
+ */
+#ifndef QUORVANE_H
+#define QUORVANE_H
+
+#include <stddef.h>
+#include <stdint.h>
+
+#if defined(__GNUC__)
+#define QUORVANE_EXPORT __attribute__((visibility("default")))
+#else
+#define QUORVANE_EXPORT
+#endif
+
+#ifdef __cplusplus
+#define QUORVANE_NOEXCEPT noexcept
+extern "C" {
+#else
+#define QUORVANE_NOEXCEPT
+#endif
+
+/* A handle with this bit set is refused with -61499 by almost every export. */
+#define kQuorvaneSessionRefusedBit 0x2000u
+/* OR-ed by the library into handles it passes to register, array and FIFO calls. */
+#define kQuorvaneResourceCallBit 0x4000u
+/* Bits 12..15, cleared before a handle goes to the device service or to enumeration. */
+#define kQuorvaneSessionFlagNibble 0xF000u
+
+/* ---- sessions ------------------------------------------------------------------------- */
+
+/* Opens a session through the FPGA interface library, reserves the IRQ contexts counted by
+ * Quorvane_ReserveIrqContext, registers a cleanup procedure with the Host so the session is
+ * closed when the Host stops the program, and records the session. */
+QUORVANE_EXPORT int32_t Quorvane_Open(const char* bitfile, const char* signature, const char* resource,
+                                      uint32_t attribute, uint32_t* session) QUORVANE_NOEXCEPT;
+/* Closes a session. Refused with -61217 while FIFO regions of it (or of one of its resource
+ * sessions) are outstanding; the close then completes by itself, with attribute 1, when the
+ * last region comes back. */
+QUORVANE_EXPORT int32_t Quorvane_Close(uint32_t session, uint32_t attribute) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_OpenResource(uint32_t session, const char* name, uint32_t attribute,
+                                              uint32_t* resourceSession) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_Reset(uint32_t session) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_Download(uint32_t session) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_Run(uint32_t session, uint32_t attribute) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_Abort(uint32_t session) QUORVANE_NOEXCEPT;
+
+/* ---- FIFO regions (zero copy) --------------------------------------------------------- */
+
+QUORVANE_EXPORT int32_t Quorvane_StartFifo(uint32_t session, uint32_t fifo) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_AcquireFifoReadRegionScalar(uint32_t session, uint32_t fifo, uint32_t* reference,
+                                                             size_t elementsRequested, uint32_t elementType,
+                                                             uint32_t unused, uint32_t timeout,
+                                                             size_t* elementsAcquired,
+                                                             size_t* elementsRemaining) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_AcquireFifoWriteRegionScalar(uint32_t session, uint32_t fifo, uint32_t* reference,
+                                                              size_t elementsRequested, uint32_t elementType,
+                                                              uint32_t unused, uint32_t timeout,
+                                                              size_t* elementsAcquired,
+                                                              size_t* elementsRemaining) QUORVANE_NOEXCEPT;
+
+/* ---- FIFO transfers (copying) and configuration --------------------------------------- */
+
+QUORVANE_EXPORT int32_t Quorvane_StopFifo(uint32_t session, uint32_t fifo) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_ConfigureFifo(uint32_t session, uint32_t fifo, uint32_t depth) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_ConfigureFifo2(uint32_t session, uint32_t fifo, uint32_t requestedDepth,
+                                                uint32_t* actualDepth) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_ReadFifoScalar(uint32_t session, uint32_t fifo, uint32_t count, uint32_t typeCode,
+                                                uint32_t unused, uint32_t timeout, void** array,
+                                                uint32_t* elementsRemaining) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_WriteFifoScalar(uint32_t session, uint32_t fifo, void** array, uint32_t typeCode,
+                                                 uint32_t unused, uint32_t timeout,
+                                                 uint32_t* elementsRemaining) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_ReadFifoComposite(uint32_t session, uint32_t fifo, uint32_t count,
+                                                   uint32_t bytesPerElement, uint32_t timeout, void** array,
+                                                   uint32_t* elementsRemaining) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_WriteFifoComposite(uint32_t session, uint32_t fifo, void** array,
+                                                    uint32_t bytesPerElement, uint32_t timeout,
+                                                    uint32_t* elementsRemaining) QUORVANE_NOEXCEPT;
+
+/* ---- resources ------------------------------------------------------------------------ */
+
+QUORVANE_EXPORT int32_t Quorvane_GetResources(uint32_t session, void** stringArray) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_AddResources(uint32_t session, void** stringArray, const void* arg3,
+                                              const void* arg4) QUORVANE_NOEXCEPT;
+/* Returns the index, or 0xFFFFFFFF when the FPGA interface library reported an error. */
+QUORVANE_EXPORT uint32_t Quorvane_GetResourceIndex(const char* name) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT void Quorvane_ReleaseResourceIndex(uint32_t index) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_GetResourceName(uint32_t index, const char** name) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_GetPeerToPeerFifoEndpoint(uint32_t session, uint32_t fifo,
+                                                           uint32_t* endpoint) QUORVANE_NOEXCEPT;
+
+/* ---- registers and arrays ------------------------------------------------------------- */
+
+QUORVANE_EXPORT int32_t Quorvane_Read16(uint32_t session, uint32_t reg, uint16_t* value) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_Read32(uint32_t session, uint32_t reg, uint32_t* value) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_ReadSgl(uint32_t session, uint32_t reg, float* value) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_ReadDbl(uint32_t session, uint32_t reg, double* value) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_Write16(uint32_t session, uint32_t reg, uint16_t value) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_Write32(uint32_t session, uint32_t reg, uint32_t value) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_WriteSgl(uint32_t session, uint32_t reg, float value) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_WriteDbl(uint32_t session, uint32_t reg, double value) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_ReadArray32(uint32_t session, uint32_t reg, uint32_t count,
+                                             void** array) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_WriteArray32(uint32_t session, uint32_t reg, void** array) QUORVANE_NOEXCEPT;
+
+/* ---- interrupts and trigger lines ----------------------------------------------------- */
+
+/* Raise / lower the number of IRQ contexts that every later Quorvane_Open reserves on its new
+ * session. Always 0. Sessions already open are not affected. */
+QUORVANE_EXPORT int32_t Quorvane_ReserveIrqContext(void) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_UnreserveIrqContext(void) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_WaitOnIrqs(uint32_t session, void** context, uint32_t irqs, uint32_t timeout,
+                                            uint32_t* irqsAsserted, uint8_t* timedOut) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_AcknowledgeIrqs(uint32_t session, uint32_t irqs) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_ReservePxiTriggerLine(uint32_t session, uint32_t line) QUORVANE_NOEXCEPT;
+QUORVANE_EXPORT int32_t Quorvane_UnreservePxiTriggerLine(uint32_t session, uint32_t line) QUORVANE_NOEXCEPT;
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif /* QUORVANE_H */

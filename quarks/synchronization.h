@@ -1,0 +1,172 @@
+// The library's synchronisation objects, built on POSIX threads: a recursive
+// priority-inheriting mutex, an event, and a reader/writer lock.
+//
+// None of them throws. Constructors report failures into the caller's tStatus under the merge
+// rule and skip every later creation step once it holds an error, so an object may be left
+// partly built; each part remembers whether it exists and destruction undoes exactly those.
+// An object is usable only when the status it was built with holds no error.
+//
+// Lock order across the library, outermost first (nothing takes them in another order):
+//   1. the session registry's tReaderWriterLock
+//   2. one session record's tReaderWriterLock
+//   3. a FIFO region state's acquireMutex
+//   4. its queueMutex
+//   5. the guard mutex inside its regionEvent
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+
+#include "protons/status/stlStatus.h"
+
+namespace quorvane {
+
+inline constexpr const char kSynchronizationFile[] = "quarks/synchronization";
+inline constexpr uint64_t kMutexCreationLine = 655;
+inline constexpr uint64_t kConditionCreationLine = 1717;
+inline constexpr uint64_t kEventTimedOutLine = 2215;
+inline constexpr uint64_t kEventNotSignalledLine = 2248;
+
+// Nanoseconds on CLOCK_MONOTONIC. Time-outs and event deadlines are measured on this clock.
+uint64_t MonotonicNow() noexcept;
+
+// Recursive mutex with the priority-inheritance protocol (plain recursive where the platform
+// lacks it). Creation failure: -52003 at quarks/synchronization:655. Lock results are not
+// checked.
+class tMutex {
+public:
+    explicit tMutex(tStatus& status) noexcept { create(status); }
+    // Not created yet: for owners that must create it later in a fixed order (tEvent).
+    tMutex() noexcept = default;
+    ~tMutex() { destroy(); }
+    tMutex(const tMutex&) = delete;
+    tMutex& operator=(const tMutex&) = delete;
+
+    void lock() noexcept;
+    void unlock() noexcept;
+    bool initialised() const noexcept { return initialised_; }
+
+    // Creates the POSIX mutex unless `status` holds an error.
+    void create(tStatus& status) noexcept;
+    // Destroys the POSIX mutex if it exists.
+    void destroy() noexcept;
+
+private:
+    friend class tEvent;
+    pthread_mutex_t mutex_{};
+    bool initialised_ = false;
+};
+
+// Scoped lock of a tMutex.
+class tMutexGuard {
+public:
+    explicit tMutexGuard(tMutex& mutex) noexcept : mutex_(mutex) { mutex_.lock(); }
+    ~tMutexGuard() { mutex_.unlock(); }
+    tMutexGuard(const tMutexGuard&) = delete;
+    tMutexGuard& operator=(const tMutexGuard&) = delete;
+
+private:
+    tMutex& mutex_;
+};
+
+// Event on a condition variable timed on CLOCK_MONOTONIC (default clock where the platform
+// refuses that). Auto-reset: a completed wait consumes the signal and set wakes one waiter.
+// Manual-reset: stays signalled until reset, and set wakes every waiter.
+// Creation failure: -52008 at quarks/synchronization:1717, or the guard's -52003.
+class tEvent {
+public:
+    tEvent(tStatus& status, bool autoReset, bool signalled) noexcept;
+    ~tEvent();
+    tEvent(const tEvent&) = delete;
+    tEvent& operator=(const tEvent&) = delete;
+
+    void set() noexcept;
+    void reset() noexcept;
+    // Waits without limit until signalled. A failing condition wait ends the wait as though
+    // the event had been signalled.
+    void wait() noexcept;
+
+    enum class tWaitResult { signalled, timedOut, failed };
+    // Waits at most `milliseconds`. A time-out records -52007 into `status`: at line 2248 when
+    // `milliseconds` is 0 and the event is not signalled, at line 2215 when a timed wait ran
+    // out. A wait that failed for another reason records nothing and returns failed.
+    tWaitResult waitFor(uint32_t milliseconds, tStatus& status) noexcept;
+
+    bool conditionInitialised() const noexcept { return conditionInitialised_; }
+
+private:
+    pthread_cond_t condition_{};
+    tMutex guard_;
+    bool autoReset_ = false;
+    bool signalled_ = false;
+    bool conditionInitialised_ = false;
+};
+
+// Reader/writer lock of two mutexes, two manual-reset events, an atomic reader count and a
+// writer flag.
+//
+// Readers pay one atomic add and one load to enter and one atomic subtract to leave; they
+// touch a mutex only while a writer is involved. A writer raises writerActive and takes away
+// the count's initial 1, then waits only for the readers counted before that moment: readers
+// arriving later back off (take their count away again under gateMutex and wait for
+// writerGone), so a stream of readers cannot starve a writer. Writers are admitted one at a
+// time by writerMutex.
+//
+// Invariant: while no writer holds or waits, readerCount is 1 plus the readers counted; once a
+// writer has taken its 1, readerCount is exactly the readers still counted and reaches 0 when
+// the last of them leaves, which sets readersDrained.
+//
+// Misuse: the lock is not re-entrant in either mode and has no upgrade. A holder of the shared
+// mode that needs the exclusive mode releases first and re-checks afterwards.
+class tReaderWriterLock {
+public:
+    explicit tReaderWriterLock(tStatus& status) noexcept;
+    ~tReaderWriterLock();
+    tReaderWriterLock(const tReaderWriterLock&) = delete;
+    tReaderWriterLock& operator=(const tReaderWriterLock&) = delete;
+
+    void acquireShared() noexcept;
+    void releaseShared() noexcept;
+    void acquireExclusive() noexcept;
+    void releaseExclusive() noexcept;
+
+    // For tests: the raw counters.
+    int32_t readerCountForTesting() const noexcept { return readerCount_.load(); }
+    int32_t writerActiveForTesting() const noexcept { return writerActive_.load(); }
+
+private:
+    void leaveReaderCount() noexcept;
+
+    tMutex writerMutex_;
+    tMutex gateMutex_;
+    tEvent readersDrained_;
+    tEvent writerGone_;
+    std::atomic<int32_t> readerCount_{1};
+    std::atomic<int32_t> writerActive_{0};
+};
+
+class tSharedLock {
+public:
+    explicit tSharedLock(tReaderWriterLock& lock) noexcept : lock_(lock) { lock_.acquireShared(); }
+    ~tSharedLock() { lock_.releaseShared(); }
+    tSharedLock(const tSharedLock&) = delete;
+    tSharedLock& operator=(const tSharedLock&) = delete;
+
+private:
+    tReaderWriterLock& lock_;
+};
+
+class tExclusiveLock {
+public:
+    explicit tExclusiveLock(tReaderWriterLock& lock) noexcept : lock_(lock) { lock_.acquireExclusive(); }
+    ~tExclusiveLock() { lock_.releaseExclusive(); }
+    tExclusiveLock(const tExclusiveLock&) = delete;
+    tExclusiveLock& operator=(const tExclusiveLock&) = delete;
+
+private:
+    tReaderWriterLock& lock_;
+};
+
+}  // namespace quorvane
