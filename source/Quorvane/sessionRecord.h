@@ -1,0 +1,36 @@
+// What the registry keeps per opened session.
+#pragma once
+
+#include <cstdint>
+
+#include "Quorvane/fifoRegionState.h"
+#include "protons/status/stlContainers.h"
+#include "protons/status/stlStatus.h"
+#include "quarks/synchronization.h"
+
+namespace quorvane {
+
+struct tSessionRecord {
+    // Builds the members in order; a failure stays in `status`, and a record whose status
+    // holds an error never stays registered.
+    tSessionRecord() noexcept;
+    // Destroys the lock and the FIFO states. Closes nothing and calls nobody.
+    ~tSessionRecord();
+    tSessionRecord(const tSessionRecord&) = delete;
+    tSessionRecord& operator=(const tSessionRecord&) = delete;
+
+    // First field on purpose: each FIFO state of the session points at it, and the release of
+    // the last region completes a refused close when it finds it set.
+    uint8_t closePending = 0;
+    tStatus status;
+    // Guards fifoStates; empty when it could not be allocated (status then holds the error).
+    tReaderWriterLock* lock = nullptr;
+    tMap<uint32_t, FifoRegionState> fifoStates;
+    // Resource sessions opened on this session, in the order of opening.
+    tList<uint32_t> children;
+    // For a resource session: the record of the session it was opened on.
+    tSessionRecord* parent = nullptr;
+    uint8_t closeWithLastChild = 0;
+};
+
+}  // namespace quorvane
