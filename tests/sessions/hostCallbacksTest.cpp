@@ -1,0 +1,123 @@
+// The Host callback table and the two Host handle operations that fill an array of strings.
+#include <gmock/gmock.h>
+
+#include <cstring>
+#include <string>
+
+#include "MoskSrv/_MoskHostDefs.h"
+#include "MoskSrv/tNoReallyCallIntoHostCallbacks.h"
+#include "support/simulatedPlatform.h"
+
+namespace quorvane::testing {
+namespace {
+
+struct HostResultCase {
+    int32_t hostResult;
+    int32_t status;
+};
+
+class HostErrorMapping : public ::testing::TestWithParam<HostResultCase> {};
+
+TEST_P(HostErrorMapping, MapsHostResultToStatus) {
+    EXPECT_EQ(HostErrorToStatus(GetParam().hostResult), GetParam().status);
+}
+INSTANTIATE_TEST_SUITE_P(Results, HostErrorMapping,
+                         ::testing::Values(HostResultCase{0, 0}, HostResultCase{2, -52000},
+                                           HostResultCase{41, -50405}, HostResultCase{1, -52003},
+                                           HostResultCase{-2, -52003}, HostResultCase{42, -52003}));
+
+TEST(HostLayouts, FirstElementOffsetAndSizePerTypeCode) {
+    const uint32_t bytes[] = {0, 1, 2, 4, 8, 1, 2, 4, 8, 0};
+    for (uint32_t code = 0; code <= 9; ++code) {
+        EXPECT_EQ(hostElementBytes(code), bytes[code]) << code;
+        EXPECT_EQ(isHostNumericType(code), bytes[code] != 0) << code;
+    }
+    EXPECT_EQ(hostFirstElementOffset(4), 8u);
+    EXPECT_EQ(hostFirstElementOffset(8), 8u);
+    EXPECT_EQ(hostFirstElementOffset(7), 4u);
+    EXPECT_EQ(hostFirstElementOffset(1), 4u);
+}
+
+class HostStringArray : public SimulatedPlatformTest {
+protected:
+    void TearDown() override {
+        HostSim_DisposeStringArray(array);
+        EXPECT_EQ(HostSim_LiveHandleCount(), 0u) << "every handle made was disposed";
+    }
+    std::string element(uint32_t index) {
+        void** string;
+        std::memcpy(&string, hostBlock(array) + 8 + 8 * index, sizeof string);
+        const int32_t length = readHostCount(string);
+        const char* characters = reinterpret_cast<const char*>(hostBlock(string) + 4);
+        EXPECT_EQ(characters[length], '\0') << "a NUL follows the characters";
+        return std::string(characters, static_cast<size_t>(length));
+    }
+
+    tStatus status;
+    tNoReallyCallIntoHostCallbacks table{status};
+    void** array = HostSim_NewStringArray(nullptr, 0);
+};
+
+TEST_F(HostStringArray, TableWithAllFunctionsLeavesTheStatusAlone) { EXPECT_EQ(status.code, 0); }
+
+TEST_F(HostStringArray, ResizeThenStoreFillsEveryElementWithItsString) {
+    ResizeHostStringArray(table, &array, 3, status);
+    ASSERT_EQ(readHostCount(array), 3);
+    EXPECT_EQ(HostSim_LastResizeTypeCode(), 8);
+    const std::string hundred(100, 'x');
+    const tHostStringSource strings[] = {{"ab", 2}, {"", 0}, {hundred.c_str(), 100}};
+    for (uint32_t i = 0; i < 3; ++i) StoreHostString(table, strings[i], &array, i, status);
+    EXPECT_EQ(status.code, 0);
+    EXPECT_EQ(element(0), "ab");
+    EXPECT_EQ(element(1), "");
+    EXPECT_EQ(element(2), hundred);
+}
+
+TEST_F(HostStringArray, ResizeToZeroGivesAnEmptyArray) {
+    ResizeHostStringArray(table, &array, 0, status);
+    EXPECT_EQ(status.code, 0);
+    EXPECT_EQ(readHostCount(array), 0);
+}
+
+class FailingResize : public HostStringArray, public ::testing::WithParamInterface<HostResultCase> {};
+
+TEST_P(FailingResize, RecordsTheMappedCodeAndLeavesZeroElements) {
+    HostSim_FailNext("NumericArrayResize", GetParam().hostResult);
+    ResizeHostStringArray(table, &array, 4, status);
+    EXPECT_EQ(status.code, GetParam().status);
+    EXPECT_STREQ(status.file, "_MoskHostDefs");
+    EXPECT_EQ(status.line, 28u);
+    EXPECT_EQ(readHostCount(array), 0);
+}
+INSTANTIATE_TEST_SUITE_P(Results, FailingResize,
+                         ::testing::Values(HostResultCase{2, -52000}, HostResultCase{41, -50405},
+                                           HostResultCase{7, -52003}));
+
+TEST_F(HostStringArray, EarlierErrorStillResizesButLeavesZeroAndStoresNothing) {
+    status.setCode(-9, "elsewhere", 1);
+    ResizeHostStringArray(table, &array, 2, status);
+    EXPECT_EQ(HostSim_CallCount("NumericArrayResize"), 1u);
+    EXPECT_EQ(readHostCount(array), 0);
+    StoreHostString(table, {"a", 1}, &array, 0, status);
+    EXPECT_EQ(HostSim_CallCount("DSNewHandle"), 0u);
+    EXPECT_EQ(status.code, -9);
+}
+
+class FailingNewHandle : public HostStringArray, public ::testing::WithParamInterface<int32_t> {};
+
+TEST_P(FailingNewHandle, NoHandleOrNoBlockIsOutOfMemoryAndTheElementKeepsItsValue) {
+    ResizeHostStringArray(table, &array, 1, status);
+    void** sentinel = nullptr;
+    std::memcpy(hostBlock(array) + 8, &sentinel, sizeof sentinel);
+    HostSim_FailNext("DSNewHandle", GetParam());
+    StoreHostString(table, {"abc", 3}, &array, 0, status);
+    EXPECT_EQ(status.code, -52000);
+    EXPECT_EQ(status.line, 52u);
+    void** stored;
+    std::memcpy(&stored, hostBlock(array) + 8, sizeof stored);
+    EXPECT_EQ(stored, nullptr);
+}
+INSTANTIATE_TEST_SUITE_P(Kinds, FailingNewHandle, ::testing::Values(0, 1));
+
+}  // namespace
+}  // namespace quorvane::testing
