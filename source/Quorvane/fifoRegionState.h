@@ -1,9 +1,64 @@
-// Per-FIFO region bookkeeping of a session. Sessions keep one entry per FIFO that was started
-// or from which a region was acquired; the entry's contents come with zero-copy regions.
+// Zero-copy FIFO regions: what a session keeps per FIFO, and per region lent to the Host.
+//
+// Design. The Host deletes region references in any order, but the FPGA interface library
+// must get elements back strictly in acquisition order. Each FIFO therefore keeps its lent
+// regions in a queue, oldest first. Deleting the front region hands it back together with every
+// region behind it that was already deleted; deleting any other region only marks it. Marking,
+// the front test and removal all happen under queueMutex, so an out-of-turn deletion and the
+// retirement in front of it can never miss each other. Acquisitions on one FIFO are serialised
+// by acquireMutex, held for a whole acquisition; a close takes acquireMutex before queueMutex
+// and so waits for an acquisition in progress. regionEvent (auto-reset) is set after every
+// acquisition attempt and every retirement; an acquirer that the library told to wait for room
+// (-61219) sleeps on it.
+//
+// Lifetime. A state lives from the first start or acquisition on its FIFO until a close finds
+// its queue empty; a state is never removed while its queue holds a region, so a region's
+// state and session record outlive the region.
 #pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "protons/status/stlContainers.h"
+#include "protons/status/stlStatus.h"
+#include "quarks/synchronization.h"
 
 namespace quorvane {
 
-struct FifoRegionState {};
+struct tSessionRecord;
+class FifoRegionState;
+
+// One region lent to the Host. Never moves while queued: the Host's reference holds its address.
+struct FifoRegion {
+    uint32_t session;  // as the Host passed it, without the resource-call bit
+    uint32_t fifo;
+    uint64_t elementCount;
+    FifoRegionState* state;
+    bool released;  // the Host deleted it before every older region came back
+};
+
+class FifoRegionState {
+public:
+    // Builds the queue, then queueMutex, acquireMutex and regionEvent (auto-reset, signalled),
+    // each only while creationStatus holds no error.
+    explicit FifoRegionState(tSessionRecord* owner) noexcept;
+    ~FifoRegionState();
+    FifoRegionState(const FifoRegionState&) = delete;
+    FifoRegionState& operator=(const FifoRegionState&) = delete;
+
+    tSessionRecord* session;
+    tStatus creationStatus;
+    tMutex* queueMutex = nullptr;
+    tDeque<FifoRegion> regions;
+    tMutex* acquireMutex = nullptr;
+    tEvent* regionEvent = nullptr;
+};
+
+// Makes sure the session's fifoStates holds a state for `fifo`: 0, -63195 when the session is
+// not registered, -52000 / -52003 / -52008 when the state could not be built.
+int32_t EnsureFifoRegionState(uint32_t session, uint32_t fifo) noexcept;
+
+// The Host's deletion callback of a region reference (the record's address is passed).
+int32_t OnFifoRegionDeleted(void* record) noexcept;
 
 }  // namespace quorvane

@@ -1,6 +1,7 @@
 // What the registry keeps per opened session.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "Quorvane/fifoRegionState.h"
@@ -21,7 +22,9 @@ struct tSessionRecord {
 
     // First field on purpose: each FIFO state of the session points at it, and the release of
     // the last region completes a refused close when it finds it set.
-    uint8_t closePending = 0;
+    // Atomic because closes set it under one FIFO's queueMutex while retirements of other
+    // FIFOs read it under theirs.
+    std::atomic<uint8_t> closePending{0};
     tStatus status;
     // Guards fifoStates; empty when it could not be allocated (status then holds the error).
     tReaderWriterLock* lock = nullptr;

@@ -27,6 +27,9 @@ namespace {
 int32_t linkToParent(tSessionRegistry& registry, tSessionRecord& record, uint32_t session, uint32_t parent) noexcept {
     tSessionRecord* parentRecord = registry.find(parent);
     if (parentRecord == nullptr) return kStatusSessionNotRegistered;
+    // A resource session on a resource session would outlive the closes that end its parent:
+    // refused, and Quorvane_OpenResource closes it again.
+    if (parentRecord->parent != nullptr) return kStatusInvalidArgument;
     if (!parentRecord->children.pushBack(session)) {
         tStatus status;
         parentRecord->children.reportInto(status);

@@ -14,10 +14,6 @@ int32_t registerCleanup(uint32_t session) noexcept {
     return RTSetCleanupProc(SessionCleanupProc, cleanupArgument(session), kHostCleanupOnProgramStop);
 }
 
-void removeCleanup(uint32_t session) noexcept {
-    RTSetCleanupProc(SessionCleanupProc, cleanupArgument(session), kHostCleanupRemove);
-}
-
 }  // namespace
 
 extern "C" int32_t Quorvane_Open(const char* bitfile, const char* signature, const char* resource, uint32_t attribute,
@@ -56,23 +52,6 @@ extern "C" int32_t Quorvane_Open(const char* bitfile, const char* signature, con
         return registered;
     }
     return status;
-}
-
-extern "C" int32_t Quorvane_Close(uint32_t session, uint32_t attribute) noexcept {
-    if (session & kQuorvaneSessionRefusedBit) return kStatusSessionRefused;
-    tSessionRegistry& registry = sessionRegistry();
-    registry.lock().acquireExclusive();
-    if (registry.find(session) == nullptr) {
-        registry.lock().releaseExclusive();
-        removeCleanup(session);
-        return BrennDll_Close(session, attribute);
-    }
-    // Sessions carry no FIFO region states or resource sessions yet, so nothing can keep the
-    // close from going through.
-    registry.remove(session);
-    registry.lock().releaseExclusive();
-    removeCleanup(session);
-    return BrennDll_Close(session, attribute);
 }
 
 extern "C" int32_t Quorvane_ReserveIrqContext(void) noexcept {

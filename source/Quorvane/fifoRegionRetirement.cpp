@@ -1,0 +1,42 @@
+// Handing regions back when the Host deletes their references, strictly in acquisition order.
+#include "BrennDll.h"
+#include "Quorvane.h"
+#include "Quorvane/fifoRegionState.h"
+#include "Quorvane/sessionRecord.h"
+
+namespace quorvane {
+
+namespace {
+constexpr uint32_t kDeferredCloseAttribute = 1;
+}  // namespace
+
+int32_t OnFifoRegionDeleted(void* record) noexcept {
+    FifoRegion* region = *static_cast<FifoRegion**>(record);
+    FifoRegionState& state = *region->state;
+    const uint32_t session = region->session;
+
+    state.queueMutex->lock();
+    if (state.regions.empty() || &state.regions.front() != region) {
+        region->released = true;  // an older region is still out: this one waits for it
+        state.queueMutex->unlock();
+        return 0;
+    }
+    bool more;
+    do {
+        const FifoRegion& front = state.regions.front();
+        BrennDll_ReleaseFifoElements(front.session | kQuorvaneResourceCallBit, front.fifo, front.elementCount);
+        state.regions.popFront();
+        more = !state.regions.empty() && state.regions.front().released;
+    } while (more);
+    state.regionEvent->set();
+    if (!state.regions.empty()) {
+        state.queueMutex->unlock();
+        return 0;
+    }
+    const bool closePending = state.session->closePending.load() != 0;
+    state.queueMutex->unlock();
+    // From here on the state may be gone: the close below may remove it.
+    return closePending ? Quorvane_Close(session, kDeferredCloseAttribute) : 0;
+}
+
+}  // namespace quorvane

@@ -1,0 +1,48 @@
+#include "Quorvane/fifoRegionState.h"
+
+#include "Quorvane/sessionRegistry.h"
+#include "protons/cppNewDelete/memoryAllocation.h"
+
+namespace quorvane {
+
+FifoRegionState::FifoRegionState(tSessionRecord* owner) noexcept : session(owner) {
+    regions.reportInto(creationStatus);
+    queueMutex = newWithStatus<tMutex>(creationStatus, creationStatus);
+    acquireMutex = newWithStatus<tMutex>(creationStatus, creationStatus);
+    regionEvent = newWithStatus<tEvent>(creationStatus, creationStatus, true, true);
+}
+
+FifoRegionState::~FifoRegionState() {
+    deleteObject(regionEvent);
+    deleteObject(acquireMutex);
+    deleteObject(queueMutex);
+}
+
+int32_t EnsureFifoRegionState(uint32_t session, uint32_t fifo) noexcept {
+    tSessionRegistry& registry = sessionRegistry();
+    tSharedLock registryGuard(registry.lock());
+    tSessionRecord* record = registry.find(session);
+    if (record == nullptr) return kStatusSessionNotRegistered;
+
+    record->lock->acquireShared();
+    const bool present = record->fifoStates.find(fifo) != nullptr;
+    record->lock->releaseShared();
+    if (present) return kStatusSuccess;
+
+    // No upgrade: the shared hold is given up first, so look again once exclusive.
+    tExclusiveLock recordGuard(*record->lock);
+    tStatus result;
+    if (record->fifoStates.find(fifo) != nullptr) {
+        record->fifoStates.reportInto(result);
+        return result.code32();
+    }
+    FifoRegionState* state = record->fifoStates.tryEmplace(fifo, record).first;
+    if (record->fifoStates.reportInto(result)) return result.code32();  // a built state stays
+    if (state->creationStatus.isError()) {
+        result.mergeFrom(state->creationStatus);
+        record->fifoStates.erase(fifo);
+    }
+    return result.code32();
+}
+
+}  // namespace quorvane
