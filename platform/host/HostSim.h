@@ -65,6 +65,12 @@ size_t HostSim_CallCount(const char* function);
 /* Type code of the most recent NumericArrayResize call, or -1 when none. */
 int32_t HostSim_LastResizeTypeCode(void);
 
+/* How many times RTSetCleanupProc was called with `mode` since the last reset. */
+size_t HostSim_CleanupCallCount(int32_t mode);
+/* The exact size in bytes of the block behind a live handle (0 for a handle whose block pointer
+ * is null), or SIZE_MAX when the handle is not live. */
+size_t HostSim_BlockSize(void** handle);
+
 /* Forgets registrations, injections and counters. Live handles and references are left as
  * they are (a test disposes of what it made). */
 void HostSim_Reset(void);
