@@ -15,6 +15,7 @@
 #pragma once
 
 #include <pthread.h>
+#include <time.h>
 
 #include <atomic>
 #include <cstdint>
@@ -102,6 +103,9 @@ private:
     bool autoReset_ = false;
     bool signalled_ = false;
     bool conditionInitialised_ = false;
+    // The clock the condition measures deadlines on: CLOCK_MONOTONIC unless the platform
+    // refused it at creation.
+    clockid_t conditionClock_ = CLOCK_MONOTONIC;
 };
 
 // Reader/writer lock of two mutexes, two manual-reset events, an atomic reader count and a

@@ -13,6 +13,8 @@
 #include <list>
 #include <map>
 #include <new>
+#include <optional>
+#include <stdexcept>
 #include <utility>
 #include <vector>
 
@@ -62,6 +64,10 @@ protected:
         } catch (const std::bad_alloc&) {
             failed_ = true;
             return false;
+        } catch (const std::length_error&) {
+            // A size beyond the container's maximum is a request that no memory can satisfy.
+            failed_ = true;
+            return false;
         }
     }
 
@@ -101,6 +107,9 @@ private:
 
 // Double-ended queue: appending at the back and removing at the front leave every other
 // element where it is.
+//
+// The standard deque allocates already when it is constructed, which would throw out of a
+// noexcept owner; so the queue is built on the first append, inside the guard.
 template <class T>
 class tDeque : public tAllocationFailureFlag {
 public:
@@ -108,18 +117,21 @@ public:
     template <class... Args>
     T* emplaceBack(Args&&... args) noexcept {
         T* element = nullptr;
-        guarded([&] { element = &queue_.emplace_back(std::forward<Args>(args)...); });
+        guarded([&] {
+            if (!queue_) queue_.emplace();
+            element = &queue_->emplace_back(std::forward<Args>(args)...);
+        });
         return element;
     }
-    void popFront() noexcept { queue_.pop_front(); }
-    void popBack() noexcept { queue_.pop_back(); }
-    T& front() noexcept { return queue_.front(); }
-    T& back() noexcept { return queue_.back(); }
-    bool empty() const noexcept { return queue_.empty(); }
-    std::size_t size() const noexcept { return queue_.size(); }
+    void popFront() noexcept { queue_->pop_front(); }
+    void popBack() noexcept { queue_->pop_back(); }
+    T& front() noexcept { return queue_->front(); }
+    T& back() noexcept { return queue_->back(); }
+    bool empty() const noexcept { return !queue_ || queue_->empty(); }
+    std::size_t size() const noexcept { return queue_ ? queue_->size() : 0; }
 
 private:
-    std::deque<T, tStlAllocator<T>> queue_;
+    std::optional<std::deque<T, tStlAllocator<T>>> queue_;
 };
 
 // Doubly linked list, in insertion order.

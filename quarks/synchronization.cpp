@@ -1,0 +1,219 @@
+#include "quarks/synchronization.h"
+
+#include <cerrno>
+
+namespace quorvane {
+
+namespace {
+
+constexpr uint64_t kNanosecondsPerSecond = 1000000000;
+constexpr uint64_t kNanosecondsPerMillisecond = 1000000;
+
+// Creates `condition` on CLOCK_MONOTONIC when the platform accepts that, else with default
+// attributes (realtime clock), and reports which clock it got. Returns the pthread result.
+int createCondition(pthread_cond_t& condition, clockid_t& clock) noexcept {
+    pthread_condattr_t attributes;
+    if (pthread_condattr_init(&attributes) == 0) {
+        if (pthread_condattr_setclock(&attributes, CLOCK_MONOTONIC) == 0) {
+            const int result = pthread_cond_init(&condition, &attributes);
+            pthread_condattr_destroy(&attributes);
+            clock = CLOCK_MONOTONIC;
+            return result;
+        }
+        pthread_condattr_destroy(&attributes);
+    }
+    clock = CLOCK_REALTIME;
+    return pthread_cond_init(&condition, nullptr);
+}
+
+// `milliseconds` from now on `clock`, nanoseconds carried into seconds.
+timespec deadlineAfter(clockid_t clock, uint32_t milliseconds) noexcept {
+    timespec now{};
+    clock_gettime(clock, &now);
+    const uint64_t nanoseconds = static_cast<uint64_t>(now.tv_nsec) + milliseconds % 1000 * kNanosecondsPerMillisecond;
+    timespec deadline{};
+    deadline.tv_sec = now.tv_sec + static_cast<time_t>(milliseconds / 1000 + nanoseconds / kNanosecondsPerSecond);
+    deadline.tv_nsec = static_cast<long>(nanoseconds % kNanosecondsPerSecond);
+    return deadline;
+}
+
+}  // namespace
+
+uint64_t MonotonicNow() noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<uint64_t>(now.tv_sec) * kNanosecondsPerSecond + static_cast<uint64_t>(now.tv_nsec);
+}
+
+// ---- tMutex ---------------------------------------------------------------------------------
+
+void tMutex::create(tStatus& status) noexcept {
+    if (status.isError()) return;
+    pthread_mutexattr_t attributes;
+    bool created = false;
+    if (pthread_mutexattr_init(&attributes) == 0) {
+        // Without priority inheritance the mutex is still recursive, which is all that
+        // correctness needs; so that result alone is ignored.
+        if (pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE) == 0) {
+            (void)pthread_mutexattr_setprotocol(&attributes, PTHREAD_PRIO_INHERIT);
+            created = pthread_mutex_init(&mutex_, &attributes) == 0;
+        }
+        pthread_mutexattr_destroy(&attributes);
+    }
+    if (created) {
+        initialised_ = true;
+    } else {
+        status.setCode(kStatusInternalError, kSynchronizationFile, kMutexCreationLine);
+    }
+}
+
+void tMutex::destroy() noexcept {
+    if (!initialised_) return;
+    pthread_mutex_destroy(&mutex_);
+    initialised_ = false;
+}
+
+void tMutex::lock() noexcept {
+    pthread_mutex_lock(&mutex_);
+}
+
+void tMutex::unlock() noexcept {
+    pthread_mutex_unlock(&mutex_);
+}
+
+// ---- tEvent ---------------------------------------------------------------------------------
+
+// The condition is created before the guard; a failure of either undoes the condition, so an
+// event whose creation failed owns no POSIX object.
+tEvent::tEvent(tStatus& status, bool autoReset, bool signalled) noexcept {
+    conditionInitialised_ = false;
+    if (status.isError()) return;
+    if (createCondition(condition_, conditionClock_) == 0) {
+        conditionInitialised_ = true;
+    } else {
+        status.setCode(kStatusConditionFailed, kSynchronizationFile, kConditionCreationLine);
+    }
+    guard_.initialised_ = false;
+    if (!status.isError()) guard_.create(status);
+    if (status.isError()) {
+        if (conditionInitialised_) pthread_cond_destroy(&condition_);
+        conditionInitialised_ = false;
+        return;
+    }
+    autoReset_ = autoReset;
+    signalled_ = signalled;
+}
+
+tEvent::~tEvent() {
+    if (!conditionInitialised_) return;
+    guard_.destroy();
+    pthread_cond_destroy(&condition_);
+    conditionInitialised_ = false;
+}
+
+void tEvent::set() noexcept {
+    tMutexGuard hold(guard_);
+    signalled_ = true;
+    if (autoReset_) {
+        pthread_cond_signal(&condition_);
+    } else {
+        pthread_cond_broadcast(&condition_);
+    }
+}
+
+void tEvent::reset() noexcept {
+    tMutexGuard hold(guard_);
+    signalled_ = false;
+}
+
+void tEvent::wait() noexcept {
+    tMutexGuard hold(guard_);
+    while (!signalled_) {
+        if (pthread_cond_wait(&condition_, &guard_.mutex_) != 0) break;
+    }
+    if (autoReset_) signalled_ = false;
+}
+
+tEvent::tWaitResult tEvent::waitFor(uint32_t milliseconds, tStatus& status) noexcept {
+    tMutexGuard hold(guard_);
+    if (!signalled_) {
+        if (milliseconds == 0) {
+            status.setCode(kStatusWaitTimedOut, kSynchronizationFile, kEventNotSignalledLine);
+            return tWaitResult::timedOut;
+        }
+        const timespec deadline = deadlineAfter(conditionClock_, milliseconds);
+        while (!signalled_) {
+            const int result = pthread_cond_timedwait(&condition_, &guard_.mutex_, &deadline);
+            if (signalled_) break;
+            if (result == ETIMEDOUT) {
+                status.setCode(kStatusWaitTimedOut, kSynchronizationFile, kEventTimedOutLine);
+                return tWaitResult::timedOut;
+            }
+            if (result != 0) return tWaitResult::failed;
+            // A wake-up without the signal (spurious, or another waiter consumed it) waits again
+            // for the rest of the same deadline.
+        }
+    }
+    if (autoReset_) signalled_ = false;
+    return tWaitResult::signalled;
+}
+
+// ---- tReaderWriterLock ------------------------------------------------------------------------
+
+// Members are built in declaration order: writerMutex, gateMutex, readersDrained (manual, not
+// signalled), writerGone (manual, signalled); the counters are set whatever the status holds.
+// The implicit member destruction runs in reverse, which is the order the parts must go.
+tReaderWriterLock::tReaderWriterLock(tStatus& status) noexcept
+    : writerMutex_(status),
+      gateMutex_(status),
+      readersDrained_(status, false, false),
+      writerGone_(status, false, true) {}
+
+tReaderWriterLock::~tReaderWriterLock() = default;
+
+// Takes one count away; whoever takes the last one tells the draining writer.
+void tReaderWriterLock::leaveReaderCount() noexcept {
+    if (readerCount_.fetch_sub(1, std::memory_order_seq_cst) == 1) readersDrained_.set();
+}
+
+void tReaderWriterLock::acquireShared() noexcept {
+    for (;;) {
+        // Sequentially consistent with the writer's store of writerActive and its subtract: a
+        // reader that sees no writer here was counted before that writer's subtraction.
+        readerCount_.fetch_add(1, std::memory_order_seq_cst);
+        if (writerActive_.load(std::memory_order_seq_cst) == 0) return;
+        // Back off under gateMutex, so a set of readersDrained from here cannot land after a
+        // releasing writer's reset of it.
+        gateMutex_.lock();
+        leaveReaderCount();
+        gateMutex_.unlock();
+        writerGone_.wait();
+    }
+}
+
+void tReaderWriterLock::releaseShared() noexcept {
+    leaveReaderCount();
+}
+
+void tReaderWriterLock::acquireExclusive() noexcept {
+    writerMutex_.lock();
+    writerGone_.reset();
+    writerActive_.store(1, std::memory_order_seq_cst);
+    if (readerCount_.fetch_sub(1, std::memory_order_seq_cst) == 1) {
+        readersDrained_.set();
+        return;
+    }
+    readersDrained_.wait();
+}
+
+void tReaderWriterLock::releaseExclusive() noexcept {
+    gateMutex_.lock();
+    readerCount_.fetch_add(1, std::memory_order_seq_cst);
+    readersDrained_.reset();
+    writerActive_.store(0, std::memory_order_seq_cst);
+    writerGone_.set();
+    gateMutex_.unlock();
+    writerMutex_.unlock();
+}
+
+}  // namespace quorvane
