@@ -80,17 +80,28 @@ QUORVANE_EXPORT int32_t Quorvane_AcquireFifoWriteRegionScalar(uint32_t session, 
 
 QUORVANE_EXPORT int32_t Quorvane_StopFifo(uint32_t session, uint32_t fifo) QUORVANE_NOEXCEPT;
 QUORVANE_EXPORT int32_t Quorvane_ConfigureFifo(uint32_t session, uint32_t fifo, uint32_t depth) QUORVANE_NOEXCEPT;
+/* Hands the depth the library chose back in *actualDepth (0 when the library set none), low 32
+ * bits stored even when it does not fit (-52005). A null actualDepth is -52005, tested after the
+ * refused bit, without calling anything. */
 QUORVANE_EXPORT int32_t Quorvane_ConfigureFifo2(uint32_t session, uint32_t fifo, uint32_t requestedDepth,
                                                 uint32_t* actualDepth) QUORVANE_NOEXCEPT;
+/* FIFO transfers: *elementsRemaining (when not null) gets the low 32 bits of the count left in
+ * the FIFO, with -52005 merged into a success or warning when it does not fit; it is 0 when no
+ * library call was made. The argument checks below (made after the refused bit) return -52005
+ * touching neither the array nor *elementsRemaining. ReadFifoScalar: a null array handle. */
 QUORVANE_EXPORT int32_t Quorvane_ReadFifoScalar(uint32_t session, uint32_t fifo, uint32_t count, uint32_t typeCode,
                                                 uint32_t unused, uint32_t timeout, void** array,
                                                 uint32_t* elementsRemaining) QUORVANE_NOEXCEPT;
+/* A null array handle or null block is -52005 without calling anything. */
 QUORVANE_EXPORT int32_t Quorvane_WriteFifoScalar(uint32_t session, uint32_t fifo, void** array, uint32_t typeCode,
                                                  uint32_t unused, uint32_t timeout,
                                                  uint32_t* elementsRemaining) QUORVANE_NOEXCEPT;
+/* -52005 without resizing or reading: a null array handle, bytesPerElement 0, or a
+ * count * bytesPerElement that does not fit 32 bits. */
 QUORVANE_EXPORT int32_t Quorvane_ReadFifoComposite(uint32_t session, uint32_t fifo, uint32_t count,
                                                    uint32_t bytesPerElement, uint32_t timeout, void** array,
                                                    uint32_t* elementsRemaining) QUORVANE_NOEXCEPT;
+/* -52005 without calling anything: a null array handle or block, or bytesPerElement 0. */
 QUORVANE_EXPORT int32_t Quorvane_WriteFifoComposite(uint32_t session, uint32_t fifo, void** array,
                                                     uint32_t bytesPerElement, uint32_t timeout,
                                                     uint32_t* elementsRemaining) QUORVANE_NOEXCEPT;
@@ -127,6 +138,8 @@ QUORVANE_EXPORT int32_t Quorvane_WriteArray32(uint32_t session, uint32_t reg, vo
  * session. Always 0. Sessions already open are not affected. */
 QUORVANE_EXPORT int32_t Quorvane_ReserveIrqContext(void) QUORVANE_NOEXCEPT;
 QUORVANE_EXPORT int32_t Quorvane_UnreserveIrqContext(void) QUORVANE_NOEXCEPT;
+/* Passes the context held at *context on. A null context address is -52005, tested after the
+ * refused bit, without calling anything. */
 QUORVANE_EXPORT int32_t Quorvane_WaitOnIrqs(uint32_t session, void** context, uint32_t irqs, uint32_t timeout,
                                             uint32_t* irqsAsserted, uint8_t* timedOut) QUORVANE_NOEXCEPT;
 QUORVANE_EXPORT int32_t Quorvane_AcknowledgeIrqs(uint32_t session, uint32_t irqs) QUORVANE_NOEXCEPT;
