@@ -15,6 +15,8 @@ struct AutoStatusCase {
     int32_t callerAfter;
 };
 
+void PrintTo(const AutoStatusCase& c, std::ostream* out) { *out << c.name; }
+
 class AutoStatusHandBack : public ::testing::TestWithParam<AutoStatusCase> {};
 
 TEST_P(AutoStatusHandBack, MergesItsCodeIntoTheCallerOnDestruction) {
