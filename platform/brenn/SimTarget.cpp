@@ -1,0 +1,134 @@
+#include "SimTarget.h"
+
+#include <cstring>
+
+namespace brenn::sim {
+
+uint32_t ResourceTable::intern(const std::string& name) {
+    auto found = indexByName.find(name);
+    if (found != indexByName.end()) return found->second;
+    names.push_back(std::make_unique<std::string>(name));
+    references.push_back(0);
+    auto index = static_cast<uint32_t>(names.size());
+    indexByName.emplace(name, index);
+    return index;
+}
+
+const std::string* ResourceTable::find(uint32_t index) const {
+    if (index == 0 || index > names.size()) return nullptr;
+    return names[index - 1].get();
+}
+
+Session* TargetState::find(uint32_t handle) {
+    auto found = sessions.find(sessionKey(handle));
+    return found == sessions.end() ? nullptr : &found->second;
+}
+
+uint32_t TargetState::issueHandle() {
+    for (;;) {
+        uint32_t candidate = nextHandle++;
+        if (candidate & kHandleFlagMask) {
+            // Jump over the whole block of values with flag bits: the next clean value is the
+            // start of the following 64 Ki block.
+            nextHandle = (candidate | 0xFFFFu) + 1;
+            continue;
+        }
+        if (candidate == 0 || sessions.count(candidate)) continue;
+        return candidate;
+    }
+}
+
+Session& TargetState::open(uint32_t parent) {
+    uint32_t handle = issueHandle();
+    Session& session = sessions[handle];
+    session.handle = handle;
+    session.parent = parent;
+    return session;
+}
+
+Target& Target::instance() noexcept {
+    // Never destroyed: a call made while the process exits still finds a target.
+    static Target* target = new Target;
+    return *target;
+}
+
+void Target::script(const char* function, const BrennSimAnswer& answer) {
+    std::lock_guard lock(mutex_);
+    scripts_[function].push_back(answer);
+}
+
+bool Target::takeAnswer(const char* function, BrennSimAnswer& answer) {
+    std::lock_guard lock(mutex_);
+    auto queue = scripts_.find(function);
+    if (queue == scripts_.end() || queue->second.empty()) return false;
+    answer = queue->second.front();
+    queue->second.pop_front();
+    return true;
+}
+
+size_t Target::scriptsPending(const char* function) {
+    std::lock_guard lock(mutex_);
+    if (function) {
+        auto queue = scripts_.find(function);
+        return queue == scripts_.end() ? 0 : queue->second.size();
+    }
+    size_t pending = 0;
+    for (const auto& [name, queue] : scripts_) pending += queue.size();
+    return pending;
+}
+
+void Target::record(const char* function, const CallArgs& args, int32_t result) noexcept {
+    std::lock_guard lock(mutex_);
+    if (!logEnabled_) return;
+    ++totalCalls_;
+    try {
+        ++callsByFunction_[function];
+        if (log_.size() < kBrennSimLogCapacity) {
+            BrennSimCall entry{};
+            std::strncpy(entry.function, function, sizeof entry.function - 1);
+            entry.argCount = args.count;
+            std::memcpy(entry.args, args.values, sizeof entry.args);
+            entry.result = result;
+            log_.push_back(entry);
+        }
+    } catch (...) {
+        // Out of memory while logging: the call itself already happened, so it stays counted
+        // in the total and its entry is lost.
+    }
+}
+
+void Target::enableLog(bool enabled) {
+    std::lock_guard lock(mutex_);
+    logEnabled_ = enabled;
+}
+
+size_t Target::callCount() {
+    std::lock_guard lock(mutex_);
+    return totalCalls_;
+}
+
+bool Target::getCall(size_t index, BrennSimCall& call) {
+    std::lock_guard lock(mutex_);
+    if (index >= log_.size()) return false;
+    call = log_[index];
+    return true;
+}
+
+size_t Target::countCalls(const char* function) {
+    std::lock_guard lock(mutex_);
+    auto found = callsByFunction_.find(function);
+    return found == callsByFunction_.end() ? 0 : found->second;
+}
+
+void Target::reset() {
+    std::lock_guard lock(mutex_);
+    state_ = TargetState{};
+    scripts_.clear();
+    log_.clear();
+    log_.shrink_to_fit();
+    totalCalls_ = 0;
+    callsByFunction_.clear();
+    logEnabled_ = true;
+}
+
+}  // namespace brenn::sim

@@ -1,0 +1,120 @@
+// The simulated FPGA target behind the BrennDll_ stand-in: its sessions and resource names,
+// and the test control machinery (scripted answers and the call log).
+//
+// One process-wide Target. One mutex guards all of its tables; it is held only for table
+// look-ups and updates, never while a call waits for anything, so it is never held across a
+// call into another component and never taken twice by one thread.
+#ifndef BRENN_SIM_TARGET_H
+#define BRENN_SIM_TARGET_H
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "BrennSim.h"
+#include "SimRegisterSpace.h"
+
+namespace brenn::sim {
+
+// Bits 12..15 of a handle are flags the caller may set; they never name a different session.
+inline constexpr uint32_t kHandleFlagMask = 0xF000u;
+inline constexpr uint32_t kFirstHandle = 0x10u;
+
+inline uint32_t sessionKey(uint32_t handle) {
+    return handle & ~kHandleFlagMask;
+}
+
+struct Session {
+    uint32_t handle = 0;
+    uint32_t parent = 0;  // 0 unless this is a resource session
+    std::string bitfile;
+    std::string signature;
+    std::string resource;  // for a resource session: the name it was opened with
+    uint32_t attribute = 0;
+    uint32_t irqContextsReserved = 0;
+    RegisterSpace registers;
+    std::vector<uint32_t> resourceIndexes;  // in the order they were added, no repeats
+};
+
+// Resource names known to the target. Indexes start at 1 so that an index of 0 always means
+// "never written". Names live until the target is reset: BrennDll_GetResourceName hands out
+// pointers to them that callers keep.
+struct ResourceTable {
+    std::vector<std::unique_ptr<std::string>> names;  // index i + 1
+    std::vector<uint32_t> references;                 // index i + 1, from GetResourceIndex
+    std::unordered_map<std::string, uint32_t> indexByName;
+
+    uint32_t intern(const std::string& name);
+    const std::string* find(uint32_t index) const;
+};
+
+struct TargetState {
+    std::map<uint32_t, Session> sessions;  // keyed by handle, flags never set
+    uint32_t nextHandle = kFirstHandle;
+    uintptr_t nextIrqContext = 1;
+    ResourceTable resources;
+
+    Session* find(uint32_t handle);
+    // A handle not in use, with no flag bit set and never 0.
+    uint32_t issueHandle();
+    Session& open(uint32_t parent);
+};
+
+struct CallArgs {
+    uint64_t values[kBrennSimMaxArgs] = {};
+    uint32_t count = 0;
+};
+
+class Target {
+public:
+    static Target& instance() noexcept;
+
+    // Runs fn(TargetState&) under the mutex and returns its result.
+    template <typename Fn>
+    decltype(auto) withState(Fn&& fn) {
+        std::lock_guard lock(mutex_);
+        return fn(state_);
+    }
+
+    // Runs fn(Session&) under the mutex, or answers kBrennSimInvalidSession when the handle
+    // (flags ignored) names no open session.
+    template <typename Fn>
+    int32_t withSession(uint32_t handle, Fn&& fn) {
+        std::lock_guard lock(mutex_);
+        Session* session = state_.find(handle);
+        return session ? fn(*session) : int32_t{kBrennSimInvalidSession};
+    }
+
+    void script(const char* function, const BrennSimAnswer& answer);
+    // Takes the oldest answer queued for `function`; false when there is none.
+    bool takeAnswer(const char* function, BrennSimAnswer& answer);
+    size_t scriptsPending(const char* function);
+
+    void record(const char* function, const CallArgs& args, int32_t result) noexcept;
+    void enableLog(bool enabled);
+    size_t callCount();
+    bool getCall(size_t index, BrennSimCall& call);
+    size_t countCalls(const char* function);
+
+    void reset();
+
+private:
+    Target() = default;
+
+    std::mutex mutex_;
+    TargetState state_;
+    std::unordered_map<std::string, std::deque<BrennSimAnswer>> scripts_;
+    std::vector<BrennSimCall> log_;
+    size_t totalCalls_ = 0;
+    std::unordered_map<std::string, size_t> callsByFunction_;
+    bool logEnabled_ = true;
+};
+
+}  // namespace brenn::sim
+
+#endif  // BRENN_SIM_TARGET_H

@@ -1,0 +1,190 @@
+// Sessions of the simulated target: handles, close, flag bits, resource sessions, IRQ context
+// reservations, and the tables under concurrent use.
+#include <algorithm>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "BrennSimFixture.h"
+
+namespace {
+
+using SessionTest = BrennSimTest;
+
+TEST_F(SessionTest, OpenIssuesDistinctHandlesWithoutFlagBits) {
+    std::set<uint32_t> handles;
+    for (int i = 0; i < 5; ++i) {
+        uint32_t session = openSession();
+        EXPECT_GE(session, 0x10u);
+        EXPECT_EQ(session & 0xF000u, 0u);
+        EXPECT_EQ(BrennSim_IsSessionOpen(session), 1);
+        handles.insert(session);
+    }
+    EXPECT_EQ(handles.size(), 5u);
+    EXPECT_EQ(BrennSim_OpenSessionCount(), 5u);
+}
+
+TEST_F(SessionTest, HandlesStayFreeOfFlagBitsPastTheFirstFlagBlock) {
+    // The 0x1000 boundary is where a plain counter would first set a flag bit.
+    std::set<uint32_t> handles;
+    for (int i = 0; i < 0x1100; ++i) {
+        uint32_t session = openSession();
+        ASSERT_EQ(session & 0xF000u, 0u) << std::hex << session;
+        handles.insert(session);
+    }
+    EXPECT_EQ(handles.size(), 0x1100u);
+    EXPECT_EQ(BrennSim_OpenSessionCount(), 0x1100u);
+}
+
+TEST_F(SessionTest, OpenWithoutSessionPointerIsRefused) {
+    EXPECT_EQ(BrennDll_Open("a", "b", "c", 0, nullptr), kBrennSimInvalidArgument);
+    EXPECT_EQ(BrennSim_OpenSessionCount(), 0u);
+}
+
+TEST_F(SessionTest, OpenAcceptsNullNames) {
+    uint32_t session = 0;
+    EXPECT_EQ(BrennDll_Open(nullptr, nullptr, nullptr, 7, &session), 0);
+    EXPECT_EQ(BrennSim_IsSessionOpen(session), 1);
+}
+
+TEST_F(SessionTest, CloseEndsTheSessionOnce) {
+    uint32_t first = openSession();
+    uint32_t second = openSession();
+    EXPECT_EQ(BrennDll_Close(first, 0), 0);
+    EXPECT_EQ(BrennSim_IsSessionOpen(first), 0);
+    EXPECT_EQ(BrennSim_IsSessionOpen(second), 1);
+    EXPECT_EQ(BrennSim_OpenSessionCount(), 1u);
+    EXPECT_EQ(BrennDll_Close(first, 0), kBrennSimInvalidSession);
+    uint32_t value = 0;
+    EXPECT_EQ(BrennDll_ReadU32(first, 0, &value), kBrennSimInvalidSession);
+}
+
+TEST_F(SessionTest, CloseOfAHandleNeverOpenedIsRefused) {
+    EXPECT_EQ(BrennDll_Close(kUnknownSession, 1), kBrennSimInvalidSession);
+    EXPECT_EQ(BrennDll_Close(0, 1), kBrennSimInvalidSession);
+}
+
+TEST_F(SessionTest, ClosedHandlesAreNotIssuedAgain) {
+    uint32_t closed = openSession();
+    ASSERT_EQ(BrennDll_Close(closed, 0), 0);
+    EXPECT_NE(openSession(), closed);
+}
+
+class SessionFlagTest : public BrennSimTest, public ::testing::WithParamInterface<uint32_t> {};
+
+TEST_P(SessionFlagTest, LookupIgnoresTheFlag) {
+    uint32_t session = openSession();
+    uint32_t flagged = session | GetParam();
+    EXPECT_EQ(BrennSim_IsSessionOpen(flagged), 1);
+
+    ASSERT_EQ(BrennDll_WriteU32(flagged, 0x20, 0xCAFEu), 0);
+    uint32_t value = 0;
+    ASSERT_EQ(BrennDll_ReadU32(session, 0x20, &value), 0);
+    EXPECT_EQ(value, 0xCAFEu);
+
+    uint32_t resource = openResource(flagged);
+    EXPECT_EQ(BrennSim_ParentSession(resource | GetParam()), session);
+
+    EXPECT_EQ(BrennDll_Close(flagged, 0), 0);
+    EXPECT_EQ(BrennSim_IsSessionOpen(session), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(EveryFlag, SessionFlagTest, ::testing::Values(0x1000u, 0x2000u, 0x4000u, 0x8000u, 0xF000u));
+
+TEST_F(SessionTest, ResourceSessionIsASessionOfItsOwnLinkedToItsParent) {
+    uint32_t parent = openSession();
+    uint32_t resource = openResource(parent, "DIO");
+    EXPECT_NE(resource, parent);
+    EXPECT_EQ(resource & 0xF000u, 0u);
+    EXPECT_EQ(BrennSim_IsSessionOpen(resource), 1);
+    EXPECT_EQ(BrennSim_ParentSession(resource), parent);
+    EXPECT_EQ(BrennSim_ParentSession(parent), 0u);
+    EXPECT_EQ(BrennSim_OpenSessionCount(), 2u);
+}
+
+TEST_F(SessionTest, ResourceSessionNeedsAnOpenParent) {
+    uint32_t resource = 0x55;
+    EXPECT_EQ(BrennDll_OpenResource(kUnknownSession, "DIO", 0, &resource), kBrennSimInvalidSession);
+    EXPECT_EQ(resource, 0x55u);
+    EXPECT_EQ(BrennSim_OpenSessionCount(), 0u);
+}
+
+TEST_F(SessionTest, ResourceSessionWithoutHandlePointerIsRefused) {
+    uint32_t parent = openSession();
+    EXPECT_EQ(BrennDll_OpenResource(parent, "DIO", 0, nullptr), kBrennSimInvalidArgument);
+    EXPECT_EQ(BrennSim_OpenSessionCount(), 1u);
+}
+
+TEST_F(SessionTest, ClosingTheParentLeavesResourceSessionsOpen) {
+    uint32_t parent = openSession();
+    uint32_t resource = openResource(parent);
+    ASSERT_EQ(BrennDll_Close(parent, 1), 0);
+    EXPECT_EQ(BrennSim_IsSessionOpen(resource), 1);
+    EXPECT_EQ(BrennSim_OpenSessionCount(), 1u);
+    EXPECT_EQ(BrennDll_Close(resource, 1), 0);
+    EXPECT_EQ(BrennSim_OpenSessionCount(), 0u);
+}
+
+TEST_F(SessionTest, ClosingAResourceSessionLeavesTheParentOpen) {
+    uint32_t parent = openSession();
+    uint32_t resource = openResource(parent);
+    ASSERT_EQ(BrennDll_Close(resource, 1), 0);
+    EXPECT_EQ(BrennSim_IsSessionOpen(parent), 1);
+    EXPECT_EQ(BrennSim_ParentSession(resource), 0u);
+}
+
+TEST_F(SessionTest, IrqContextReservationsAreCountedPerSession) {
+    uint32_t session = openSession();
+    uint32_t other = openSession();
+    void* first = nullptr;
+    void* second = nullptr;
+    EXPECT_EQ(BrennDll_ReserveIrqContext(session, &first), 0);
+    EXPECT_EQ(BrennDll_ReserveIrqContext(session, &second), 0);
+    EXPECT_EQ(BrennDll_ReserveIrqContext(session | 0x4000u, nullptr), 0);
+    EXPECT_NE(first, nullptr);
+    EXPECT_NE(second, nullptr);
+    EXPECT_NE(first, second);
+    EXPECT_EQ(BrennSim_IrqContextsReserved(session), 3u);
+    EXPECT_EQ(BrennSim_IrqContextsReserved(other), 0u);
+
+    EXPECT_EQ(BrennDll_ReserveIrqContext(kUnknownSession, nullptr), kBrennSimInvalidSession);
+    EXPECT_EQ(BrennSim_IrqContextsReserved(kUnknownSession), 0u);
+    ASSERT_EQ(BrennDll_Close(session, 0), 0);
+    EXPECT_EQ(BrennSim_IrqContextsReserved(session), 0u);
+}
+
+TEST_F(SessionTest, ConcurrentOpenAndCloseKeepTheTableConsistent) {
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 300;
+    std::vector<std::vector<uint32_t>> issued(kThreads);
+    std::vector<int> failures(kThreads, 0);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t, &issued, &failures] {
+            for (int round = 0; round < kRounds; ++round) {
+                uint32_t session = 0;
+                uint32_t resource = 0;
+                if (BrennDll_Open("bit", "sig", "RIO0", 0, &session) != 0) ++failures[t];
+                if (BrennDll_OpenResource(session, "r", 0, &resource) != 0) ++failures[t];
+                if (BrennDll_WriteU32(session, 4, static_cast<uint32_t>(round)) != 0) ++failures[t];
+                if (BrennDll_ReserveIrqContext(session, nullptr) != 0) ++failures[t];
+                if (BrennSim_IrqContextsReserved(session) != 1) ++failures[t];
+                if (BrennDll_Close(resource, 1) != 0) ++failures[t];
+                if (BrennDll_Close(session, 1) != 0) ++failures[t];
+                issued[t].push_back(session);
+                issued[t].push_back(resource);
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+
+    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(failures[t], 0) << "thread " << t;
+    std::set<uint32_t> all;
+    for (const auto& handles : issued) all.insert(handles.begin(), handles.end());
+    EXPECT_EQ(all.size(), size_t{kThreads} * kRounds * 2);
+    EXPECT_EQ(BrennSim_OpenSessionCount(), 0u);
+    EXPECT_EQ(BrennSim_CountCalls("BrennDll_Open"), size_t{kThreads} * kRounds);
+    EXPECT_EQ(BrennSim_CountCalls("BrennDll_Close"), size_t{kThreads} * kRounds * 2);
+}
+
+}  // namespace
