@@ -108,7 +108,14 @@ QUORVANE_EXPORT int32_t Quorvane_WriteFifoComposite(uint32_t session, uint32_t f
 
 /* ---- resources ------------------------------------------------------------------------ */
 
+/* Fills the Host's array of strings with the names of the session's resources. After the
+ * refusal of kQuorvaneSessionRefusedBit, a null array handle or a handle without a block gives
+ * -52005 and nothing is called. A name that the FPGA interface library leaves null without an
+ * error counts as a failure of that name: -52005, and no element from that one on is written. */
 QUORVANE_EXPORT int32_t Quorvane_GetResources(uint32_t session, void** stringArray) QUORVANE_NOEXCEPT;
+/* Hands the names in the Host's array of strings to the FPGA interface library and returns its
+ * answer unchanged. A null array handle or block, a null element handle or element block, or a
+ * negative string length gives -52005: nothing is passed on and everything is released. */
 QUORVANE_EXPORT int32_t Quorvane_AddResources(uint32_t session, void** stringArray, const void* arg3,
                                               const void* arg4) QUORVANE_NOEXCEPT;
 /* Returns the index, or 0xFFFFFFFF when the FPGA interface library reported an error. */
