@@ -2,6 +2,7 @@
 // functions answer on an open session.
 #include <cstring>
 #include <functional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -129,6 +130,11 @@ std::vector<SessionCall> sessionCalls() {
     return calls;
 }
 #undef BRENN_FIFO_CALLS
+
+// Names the case in test listings instead of dumping the object's bytes.
+void PrintTo(const SessionCall& call, std::ostream* os) {
+    *os << call.function;
+}
 
 class SessionCallTest : public BrennSimTest, public ::testing::WithParamInterface<SessionCall> {};
 

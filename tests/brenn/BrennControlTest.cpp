@@ -1,6 +1,7 @@
 // The control interface of the simulated target: scripted answers, the call log and reset.
 #include <cstdint>
 #include <functional>
+#include <ostream>
 #include <set>
 #include <string>
 #include <thread>
@@ -222,6 +223,11 @@ std::vector<OutputCase> outputCases() {
              return std::vector<uint64_t>{endpoint};
          }},
     };
+}
+
+// Names the case in test listings instead of dumping the object's bytes.
+void PrintTo(const OutputCase& outputCase, std::ostream* os) {
+    *os << outputCase.function;
 }
 
 class ScriptedOutputTest : public BrennSimTest, public ::testing::WithParamInterface<OutputCase> {};
