@@ -16,6 +16,8 @@ struct HostResultCase {
     int32_t status;
 };
 
+void PrintTo(const HostResultCase& c, std::ostream* os) { *os << "host" << c.hostResult; }
+
 class HostErrorMapping : public ::testing::TestWithParam<HostResultCase> {};
 
 TEST_P(HostErrorMapping, MapsHostResultToStatus) {
@@ -42,7 +44,7 @@ class HostStringArray : public SimulatedPlatformTest {
 protected:
     void TearDown() override {
         HostSim_DisposeStringArray(array);
-        EXPECT_EQ(HostSim_LiveHandleCount(), 0u) << "every handle made was disposed";
+        EXPECT_EQ(HostSim_LiveHandleCount(), strayHandles) << "every handle made was disposed";
     }
     std::string element(uint32_t index) {
         void** string;
@@ -56,6 +58,8 @@ protected:
     tStatus status;
     tNoReallyCallIntoHostCallbacks table{status};
     void** array = HostSim_NewStringArray(nullptr, 0);
+    // Handles the Host made that the library rightly refused and cannot dispose of.
+    size_t strayHandles = 0;
 };
 
 TEST_F(HostStringArray, TableWithAllFunctionsLeavesTheStatusAlone) { EXPECT_EQ(status.code, 0); }
@@ -110,6 +114,7 @@ TEST_P(FailingNewHandle, NoHandleOrNoBlockIsOutOfMemoryAndTheElementKeepsItsValu
     void** sentinel = nullptr;
     std::memcpy(hostBlock(array) + 8, &sentinel, sizeof sentinel);
     HostSim_FailNext("DSNewHandle", GetParam());
+    strayHandles = GetParam() != 0 ? 1 : 0;  // the handle whose block is null
     StoreHostString(table, {"abc", 3}, &array, 0, status);
     EXPECT_EQ(status.code, -52000);
     EXPECT_EQ(status.line, 52u);

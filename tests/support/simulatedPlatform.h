@@ -10,6 +10,7 @@
 
 #include "BrennSim.h"
 #include "HostSim.h"
+#include "MoskSrvSim.h"
 
 namespace quorvane::testing {
 
@@ -48,6 +49,7 @@ protected:
     void SetUp() override {
         BrennSim_Reset();
         HostSim_Reset();
+        MoskSrvSim_Reset();
     }
 };
 
