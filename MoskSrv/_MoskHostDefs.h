@@ -30,7 +30,9 @@ enum : int32_t {
     kHostTypeU64 = 8,  // also the code for arrays of handles
 };
 
-inline constexpr bool isHostNumericType(uint32_t typeCode) noexcept { return typeCode >= 1 && typeCode <= 8; }
+inline constexpr bool isHostNumericType(uint32_t typeCode) noexcept {
+    return typeCode >= 1 && typeCode <= 8;
+}
 // Bytes per element of a valid type code.
 uint32_t hostElementBytes(uint32_t typeCode) noexcept;
 // Where the first element of a one-dimensional array block lies: 8 for 8-byte elements

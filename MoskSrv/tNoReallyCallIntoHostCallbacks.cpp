@@ -25,6 +25,8 @@ int32_t tNoReallyCallIntoHostCallbacks::NumericArrayResize(int32_t typeCode, int
     return numericArrayResize_(typeCode, dimensions, handle, count);
 }
 
-void** tNoReallyCallIntoHostCallbacks::DSNewHandle(size_t size) noexcept { return dsNewHandle_(size); }
+void** tNoReallyCallIntoHostCallbacks::DSNewHandle(size_t size) noexcept {
+    return dsNewHandle_(size);
+}
 
 }  // namespace quorvane

@@ -17,8 +17,7 @@ class iHostCallbacks {
 public:
     virtual ~iHostCallbacks() = default;
     // Host result of resizing the array whose handle lives at `handle`.
-    virtual int32_t NumericArrayResize(int32_t typeCode, int32_t dimensions, void*** handle,
-                                       size_t count) noexcept = 0;
+    virtual int32_t NumericArrayResize(int32_t typeCode, int32_t dimensions, void*** handle, size_t count) noexcept = 0;
     // A new handle of `size` bytes, or null.
     virtual void** DSNewHandle(size_t size) noexcept = 0;
     // Whether the operations above may be called: an entry that was not found never is.

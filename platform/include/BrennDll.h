@@ -61,17 +61,17 @@ int32_t BrennDll_StopFifo(uint32_t session, uint32_t fifo);
     X(I64, int64_t)                    \
     X(U64, uint64_t)
 
-#define BRENN_DECLARE_FIFO_FUNCTIONS(T, t)                                                                      \
-    int32_t BrennDll_ReadFifo##T(uint32_t session, uint32_t fifo, t* data, size_t count, uint32_t timeout,       \
-                                 size_t* elementsRemaining);                                                     \
-    int32_t BrennDll_WriteFifo##T(uint32_t session, uint32_t fifo, const t* data, size_t count, uint32_t timeout, \
-                                  size_t* elementsRemaining);                                                    \
-    int32_t BrennDll_AcquireFifoReadElements##T(uint32_t session, uint32_t fifo, t** elements,                    \
-                                                size_t elementsRequested, uint32_t timeout,                      \
-                                                size_t* elementsAcquired, size_t* elementsRemaining);            \
-    int32_t BrennDll_AcquireFifoWriteElements##T(uint32_t session, uint32_t fifo, t** elements,                   \
-                                                 size_t elementsRequested, uint32_t timeout,                     \
-                                                 size_t* elementsAcquired, size_t* elementsRemaining);
+#define BRENN_DECLARE_FIFO_FUNCTIONS(T, t)                                                                             \
+    int32_t BrennDll_ReadFifo##T(uint32_t session, uint32_t fifo, t* data, size_t count, uint32_t timeout,             \
+                                 size_t* elementsRemaining);                                                           \
+    int32_t BrennDll_WriteFifo##T(uint32_t session, uint32_t fifo, const t* data, size_t count, uint32_t timeout,      \
+                                  size_t* elementsRemaining);                                                          \
+    int32_t BrennDll_AcquireFifoReadElements##T(uint32_t session, uint32_t fifo, t** elements,                         \
+                                                size_t elementsRequested, uint32_t timeout, size_t* elementsAcquired,  \
+                                                size_t* elementsRemaining);                                            \
+    int32_t BrennDll_AcquireFifoWriteElements##T(uint32_t session, uint32_t fifo, t** elements,                        \
+                                                 size_t elementsRequested, uint32_t timeout, size_t* elementsAcquired, \
+                                                 size_t* elementsRemaining);
 BRENN_FOR_EACH_ELEMENT_TYPE(BRENN_DECLARE_FIFO_FUNCTIONS)
 #undef BRENN_DECLARE_FIFO_FUNCTIONS
 

@@ -16,7 +16,7 @@ typedef int32_t (*HostCleanupProc)(void* argument);
 typedef int32_t (*HostDeleteCallback)(void* record); /* at offset 104 of an EDVR record */
 
 enum {
-    kHostCleanupRemove = 0,       /* remove the registration with that procedure and argument */
+    kHostCleanupRemove = 0,        /* remove the registration with that procedure and argument */
     kHostCleanupOnProgramStop = 2, /* answers non-zero on success, 0 on refusal */
     kHostCleanupOnCallAbort = 6,   /* answers 0 or a Host error; a null procedure ends it */
 };

@@ -216,8 +216,8 @@ extern "C" int32_t Quorvane_AcquireFifoReadRegionScalar(uint32_t session, uint32
                                                         uint32_t timeout, size_t* elementsAcquired,
                                                         size_t* elementsRemaining) noexcept {
     if (session & kQuorvaneSessionRefusedBit) return kStatusSessionRefused;
-    return AcquireFifoRegion(false, session, fifo, reference, elementsRequested, elementType, timeout,
-                             elementsAcquired, elementsRemaining);
+    return AcquireFifoRegion(false, session, fifo, reference, elementsRequested, elementType, timeout, elementsAcquired,
+                             elementsRemaining);
 }
 
 extern "C" int32_t Quorvane_AcquireFifoWriteRegionScalar(uint32_t session, uint32_t fifo, uint32_t* reference,
@@ -225,6 +225,6 @@ extern "C" int32_t Quorvane_AcquireFifoWriteRegionScalar(uint32_t session, uint3
                                                          uint32_t timeout, size_t* elementsAcquired,
                                                          size_t* elementsRemaining) noexcept {
     if (session & kQuorvaneSessionRefusedBit) return kStatusSessionRefused;
-    return AcquireFifoRegion(true, session, fifo, reference, elementsRequested, elementType, timeout,
-                             elementsAcquired, elementsRemaining);
+    return AcquireFifoRegion(true, session, fifo, reference, elementsRequested, elementType, timeout, elementsAcquired,
+                             elementsRemaining);
 }

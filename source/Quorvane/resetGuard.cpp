@@ -32,6 +32,10 @@ int32_t guarded(uint32_t session, int32_t (*forward)(uint32_t)) noexcept {
 
 }  // namespace
 
-extern "C" int32_t Quorvane_Reset(uint32_t session) noexcept { return guarded(session, BrennDll_Reset); }
+extern "C" int32_t Quorvane_Reset(uint32_t session) noexcept {
+    return guarded(session, BrennDll_Reset);
+}
 
-extern "C" int32_t Quorvane_Download(uint32_t session) noexcept { return guarded(session, BrennDll_Download); }
+extern "C" int32_t Quorvane_Download(uint32_t session) noexcept {
+    return guarded(session, BrennDll_Download);
+}

@@ -10,6 +10,8 @@ tSessionRecord::tSessionRecord() noexcept {
     if (lock != nullptr) new (lock) tReaderWriterLock(status);
 }
 
-tSessionRecord::~tSessionRecord() { deleteObject(lock); }
+tSessionRecord::~tSessionRecord() {
+    deleteObject(lock);
+}
 
 }  // namespace quorvane

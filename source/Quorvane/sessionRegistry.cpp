@@ -9,7 +9,9 @@ namespace {
 tSessionRegistry gRegistry;
 }  // namespace
 
-tSessionRegistry& sessionRegistry() noexcept { return gRegistry; }
+tSessionRegistry& sessionRegistry() noexcept {
+    return gRegistry;
+}
 
 tSessionRegistry::tSessionRegistry() noexcept : lock_(lockCreationStatus_) {}
 

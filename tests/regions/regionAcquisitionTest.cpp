@@ -18,7 +18,9 @@ struct ElementType {
     uint64_t bytes;
 };
 
-void PrintTo(const ElementType& t, std::ostream* os) { *os << "type" << t.code; }
+void PrintTo(const ElementType& t, std::ostream* os) {
+    *os << "type" << t.code;
+}
 
 class RegionElementType : public RegionTest, public ::testing::WithParamInterface<ElementType> {};
 
@@ -45,15 +47,15 @@ TEST_P(RegionElementType, CallsTheTypesFunctionAndRecordsItsElementSize) {
 
 INSTANTIATE_TEST_SUITE_P(
     Types, RegionElementType,
-    ::testing::Values(
-        ElementType{1, "BrennDll_AcquireFifoReadElementsI8", "BrennDll_AcquireFifoWriteElementsI8", 1},
-        ElementType{2, "BrennDll_AcquireFifoReadElementsI16", "BrennDll_AcquireFifoWriteElementsI16", 2},
-        ElementType{3, "BrennDll_AcquireFifoReadElementsI32", "BrennDll_AcquireFifoWriteElementsI32", 4},
-        ElementType{4, "BrennDll_AcquireFifoReadElementsI64", "BrennDll_AcquireFifoWriteElementsI64", 8},
-        ElementType{5, "BrennDll_AcquireFifoReadElementsU8", "BrennDll_AcquireFifoWriteElementsU8", 1},
-        ElementType{6, "BrennDll_AcquireFifoReadElementsU16", "BrennDll_AcquireFifoWriteElementsU16", 2},
-        ElementType{7, "BrennDll_AcquireFifoReadElementsU32", "BrennDll_AcquireFifoWriteElementsU32", 4},
-        ElementType{8, "BrennDll_AcquireFifoReadElementsU64", "BrennDll_AcquireFifoWriteElementsU64", 8}));
+    ::testing::Values(ElementType{1, "BrennDll_AcquireFifoReadElementsI8", "BrennDll_AcquireFifoWriteElementsI8", 1},
+                      ElementType{2, "BrennDll_AcquireFifoReadElementsI16", "BrennDll_AcquireFifoWriteElementsI16", 2},
+                      ElementType{3, "BrennDll_AcquireFifoReadElementsI32", "BrennDll_AcquireFifoWriteElementsI32", 4},
+                      ElementType{4, "BrennDll_AcquireFifoReadElementsI64", "BrennDll_AcquireFifoWriteElementsI64", 8},
+                      ElementType{5, "BrennDll_AcquireFifoReadElementsU8", "BrennDll_AcquireFifoWriteElementsU8", 1},
+                      ElementType{6, "BrennDll_AcquireFifoReadElementsU16", "BrennDll_AcquireFifoWriteElementsU16", 2},
+                      ElementType{7, "BrennDll_AcquireFifoReadElementsU32", "BrennDll_AcquireFifoWriteElementsU32", 4},
+                      ElementType{8, "BrennDll_AcquireFifoReadElementsU64", "BrennDll_AcquireFifoWriteElementsU64",
+                                  8}));
 
 class RegionAcquisition : public RegionTest {
 protected:
@@ -75,9 +77,9 @@ TEST_F(RegionAcquisition, BadArgumentsAreRefusedBeforeAnythingIsCreated) {
     EXPECT_EQ(Quorvane_AcquireFifoReadRegionScalar(session, 1, nullptr, 4, kU32, 0, 0, &acquired, &remaining), -52005);
     for (const uint32_t badType : {0u, 9u}) {
         uint32_t reference = 0xABCD;
-        EXPECT_EQ(Quorvane_AcquireFifoWriteRegionScalar(session, 1, &reference, 4, badType, 0, 0, &acquired,
-                                                        &remaining),
-                  -52005);
+        EXPECT_EQ(
+            Quorvane_AcquireFifoWriteRegionScalar(session, 1, &reference, 4, badType, 0, 0, &acquired, &remaining),
+            -52005);
         EXPECT_EQ(reference, 0u);
     }
     uint32_t reference = 0;

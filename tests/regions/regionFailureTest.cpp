@@ -10,7 +10,9 @@ struct HostFailure {
     int32_t status;
 };
 
-void PrintTo(const HostFailure& c, std::ostream* os) { *os << "host" << c.hostResult; }
+void PrintTo(const HostFailure& c, std::ostream* os) {
+    *os << "host" << c.hostResult;
+}
 
 class RegionHostFailure : public RegionTest, public ::testing::WithParamInterface<HostFailure> {};
 
@@ -54,8 +56,8 @@ TEST_F(RegionAllocationFailure, EveryAllocationOfAFirstAcquisitionCanFailCleanly
         scriptAnswer("BrennDll_AcquireFifoReadElementsU32", 0, {4, 0});
         uint32_t reference = 0;
         size_t acquired = 0, remaining = 0;
-        const int32_t status = Quorvane_AcquireFifoReadRegionScalar(session, static_cast<uint32_t>(nth), &reference,
-                                                                    4, kU32, 0, 0, &acquired, &remaining);
+        const int32_t status = Quorvane_AcquireFifoReadRegionScalar(session, static_cast<uint32_t>(nth), &reference, 4,
+                                                                    kU32, 0, 0, &acquired, &remaining);
         stopFailingAllocations();
         if (status == 0) {
             succeeded = true;

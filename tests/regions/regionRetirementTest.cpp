@@ -11,7 +11,7 @@ using ::testing::ElementsAre;
 using ::testing::ElementsAreArray;
 
 struct DeletionOrder {
-    std::vector<int> deleted;                        // indexes of regions 10, 20, 30 elements
+    std::vector<int> deleted;                      // indexes of regions 10, 20, 30 elements
     std::vector<std::vector<uint64_t>> afterEach;  // released counts after each deletion
 };
 
@@ -36,11 +36,10 @@ TEST_P(RetirementOrder, HandsBackEachRegionOnceInAcquisitionOrder) {
     EXPECT_EQ(Quorvane_Close(session, 0), 0) << "nothing is left outstanding";
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Orders, RetirementOrder,
-    ::testing::Values(DeletionOrder{{0, 1, 2}, {{10}, {10, 20}, {10, 20, 30}}},
-                      DeletionOrder{{2, 1, 0}, {{}, {}, {10, 20, 30}}},
-                      DeletionOrder{{1, 0, 2}, {{}, {10, 20}, {10, 20, 30}}}));
+INSTANTIATE_TEST_SUITE_P(Orders, RetirementOrder,
+                         ::testing::Values(DeletionOrder{{0, 1, 2}, {{10}, {10, 20}, {10, 20, 30}}},
+                                           DeletionOrder{{2, 1, 0}, {{}, {}, {10, 20, 30}}},
+                                           DeletionOrder{{1, 0, 2}, {{}, {10, 20}, {10, 20, 30}}}));
 
 TEST_F(RetirementOrder, RegionsOfDifferentFifosRetireIndependently) {
     const uint32_t first = acquire(session, 1, 5);

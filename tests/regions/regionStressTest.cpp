@@ -20,13 +20,14 @@ using namespace std::chrono_literals;
 // deadlock shows up as a failure instead of a hung CI.
 class Watchdog {
 public:
-    explicit Watchdog(std::chrono::seconds limit) : thread_([this, limit] {
-        std::unique_lock lock(mutex_);
-        if (!done_.wait_for(lock, limit, [this] { return finished_; })) {
-            std::fprintf(stderr, "watchdog: the stress run did not finish in time (deadlock?)\n");
-            std::abort();
-        }
-    }) {}
+    explicit Watchdog(std::chrono::seconds limit)
+        : thread_([this, limit] {
+              std::unique_lock lock(mutex_);
+              if (!done_.wait_for(lock, limit, [this] { return finished_; })) {
+                  std::fprintf(stderr, "watchdog: the stress run did not finish in time (deadlock?)\n");
+                  std::abort();
+              }
+          }) {}
     ~Watchdog() {
         {
             std::lock_guard lock(mutex_);
@@ -76,8 +77,8 @@ TEST_F(RegionStress, AcquireDeleteCloseStopAndAbortInterleaveSafely) {
                         size_t acquired = 0, remaining = 0;
                         const uint32_t fifo = random() % 3;
                         const int32_t status = Quorvane_AcquireFifoWriteRegionScalar(
-                            mine, fifo, &reference, 1 + random() % 16, 1 + random() % 8, 0, random() % 2,
-                            &acquired, &remaining);
+                            mine, fifo, &reference, 1 + random() % 16, 1 + random() % 8, 0, random() % 2, &acquired,
+                            &remaining);
                         if (status >= 0 && reference != 0) {
                             references.push_back(reference);
                             ++acquiredRegions;

@@ -35,9 +35,9 @@ protected:
         scriptAnswer("BrennDll_AcquireFifoReadElementsU32", 0, {count, 0});
         uint32_t reference = 0;
         size_t acquired = 0, remaining = 0;
-        EXPECT_EQ(Quorvane_AcquireFifoReadRegionScalar(handle, fifo, &reference, count, kU32, 0, 0, &acquired,
-                                                       &remaining),
-                  expected);
+        EXPECT_EQ(
+            Quorvane_AcquireFifoReadRegionScalar(handle, fifo, &reference, count, kU32, 0, 0, &acquired, &remaining),
+            expected);
         return reference;
     }
 

@@ -15,7 +15,9 @@ struct AutoStatusCase {
     int32_t callerAfter;
 };
 
-void PrintTo(const AutoStatusCase& c, std::ostream* out) { *out << c.name; }
+void PrintTo(const AutoStatusCase& c, std::ostream* out) {
+    *out << c.name;
+}
 
 class AutoStatusHandBack : public ::testing::TestWithParam<AutoStatusCase> {};
 

@@ -16,7 +16,9 @@ struct HostResultCase {
     int32_t status;
 };
 
-void PrintTo(const HostResultCase& c, std::ostream* os) { *os << "host" << c.hostResult; }
+void PrintTo(const HostResultCase& c, std::ostream* os) {
+    *os << "host" << c.hostResult;
+}
 
 class HostErrorMapping : public ::testing::TestWithParam<HostResultCase> {};
 
@@ -24,9 +26,9 @@ TEST_P(HostErrorMapping, MapsHostResultToStatus) {
     EXPECT_EQ(HostErrorToStatus(GetParam().hostResult), GetParam().status);
 }
 INSTANTIATE_TEST_SUITE_P(Results, HostErrorMapping,
-                         ::testing::Values(HostResultCase{0, 0}, HostResultCase{2, -52000},
-                                           HostResultCase{41, -50405}, HostResultCase{1, -52003},
-                                           HostResultCase{-2, -52003}, HostResultCase{42, -52003}));
+                         ::testing::Values(HostResultCase{0, 0}, HostResultCase{2, -52000}, HostResultCase{41, -50405},
+                                           HostResultCase{1, -52003}, HostResultCase{-2, -52003},
+                                           HostResultCase{42, -52003}));
 
 TEST(HostLayouts, FirstElementOffsetAndSizePerTypeCode) {
     const uint32_t bytes[] = {0, 1, 2, 4, 8, 1, 2, 4, 8, 0};
@@ -62,7 +64,9 @@ protected:
     size_t strayHandles = 0;
 };
 
-TEST_F(HostStringArray, TableWithAllFunctionsLeavesTheStatusAlone) { EXPECT_EQ(status.code, 0); }
+TEST_F(HostStringArray, TableWithAllFunctionsLeavesTheStatusAlone) {
+    EXPECT_EQ(status.code, 0);
+}
 
 TEST_F(HostStringArray, ResizeThenStoreFillsEveryElementWithItsString) {
     ResizeHostStringArray(table, &array, 3, status);
