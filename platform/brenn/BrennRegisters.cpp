@@ -4,6 +4,7 @@
 #include "BrennDll.h"
 #include "BrennSim.h"
 #include "SimCall.h"
+#include "SimFifo.h"
 
 using namespace brenn::sim;
 
@@ -63,7 +64,15 @@ int32_t BrennDll_WriteU16(uint32_t session, uint32_t reg, uint16_t value) {
 }
 
 int32_t BrennDll_WriteU32(uint32_t session, uint32_t reg, uint32_t value) {
-    return call(__func__, args(session, reg, value), outs(), [&] { return writeRegister(session, reg, value); });
+    return call(__func__, args(session, reg, value), outs(), [&] {
+        int32_t status = writeRegister(session, reg, value);
+        // The simulated FPGA logic turns this register into interrupts; raised after the
+        // table mutex is let go, like every other wake-up.
+        if (status == 0 && reg == kBrennSimIrqRegister) {
+            if (std::shared_ptr<SimIrqs> irqLines = findIrqs(session)) irqLines->raise(value);
+        }
+        return status;
+    });
 }
 
 int32_t BrennDll_WriteU64(uint32_t session, uint32_t reg, uint64_t value) {

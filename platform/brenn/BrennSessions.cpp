@@ -3,6 +3,7 @@
 #include "BrennDll.h"
 #include "BrennSim.h"
 #include "SimCall.h"
+#include "SimFifo.h"
 
 using namespace brenn::sim;
 
@@ -54,9 +55,22 @@ int32_t BrennDll_OpenResource(uint32_t session, const char* name, uint32_t attri
 
 int32_t BrennDll_Close(uint32_t session, uint32_t attribute) {
     return call(__func__, args(session, attribute), outs(), [&] {
-        return Target::instance().withState([&](TargetState& state) {
-            return state.sessions.erase(sessionKey(session)) ? int32_t{0} : int32_t{kBrennSimInvalidSession};
+        std::vector<std::shared_ptr<SimFifo>> fifos;
+        std::shared_ptr<SimIrqs> irqs;
+        int32_t status = Target::instance().withState([&](TargetState& state) {
+            Session* open = state.find(session);
+            if (!open) return int32_t{kBrennSimInvalidSession};
+            for (auto& [number, fifo] : open->fifos) fifos.push_back(fifo);
+            irqs = open->irqs;
+            const uint32_t handle = open->handle;
+            state.sessions.erase(handle);
+            return int32_t{0};
         });
+        // Woken outside the table mutex; callers still blocked on them answer that the
+        // session is gone.
+        for (auto& fifo : fifos) fifo->close();
+        if (irqs) irqs->close();
+        return status;
     });
 }
 

@@ -40,6 +40,39 @@
  * closing that parent leaves its resource sessions open (so a caller that forgets to close one
  * is seen in BrennSim_OpenSessionCount).
  *
+ * FIFOs. A FIFO of a session exists from its first use and is forgotten when the session
+ * closes. Its element size is the size of the type of the first function that moved data
+ * through it (composite functions: bytesPerElement); a call with another size answers
+ * kBrennSimInvalidArgument. Its direction is fixed by the first read or write: reading makes it
+ * target-to-host, writing host-to-target, and the other direction is refused the same way.
+ * Depth: kBrennSimDefaultFifoDepth elements until BrennDll_ConfigureFifo/ConfigureFifo2 set
+ * another (at most kBrennSimMaxFifoDepth and 64 MiB; 0 is refused), which is possible only
+ * while no element is lent out (else kBrennMustReleaseFirst).
+ *   The FPGA side follows a counter pattern: element i of a FIFO (counted from its creation)
+ * holds the little-endian bytes of i, truncated to the element size (zero beyond 8 bytes).
+ * While it runs (the default) it keeps a target-to-host FIFO full and drains a host-to-target
+ * FIFO at once, counting every element that breaks the pattern.
+ *   Copying transfers (ReadFifoT/WriteFifoT/Composite) wait up to `timeout` milliseconds
+ * (0: no wait, 0xFFFFFFFF: no limit) until the whole transfer fits, and answer kBrennTimeout
+ * when it runs out, having moved nothing; a transfer longer than the depth moves in pieces of
+ * the depth, and a time-out keeps the pieces already moved. They answer kBrennMustReleaseFirst
+ * while elements of the FIFO are lent out, since they would overtake them. elementsRemaining
+ * is what is left to read, or the room left to write, after the call.
+ *   Acquisitions lend one contiguous piece of the ring: the requested count, or less when the
+ * end of the buffer comes first. kBrennMustReleaseFirst (at once) when the piece could not fit
+ * until lent elements come back; otherwise they wait for data or room like the transfers.
+ * BrennDll_ReleaseFifoElements(n) hands back the oldest lent region, n being its count. Any
+ * other n up to all that is lent hands back n elements from the front and counts an
+ * out-of-order release; n above all that is lent changes nothing, counts an excess release and
+ * answers kBrennSimInvalidArgument. A released write region is drained and checked.
+ *
+ * Interrupts. BrennDll_WriteU32 of value v to register kBrennSimIrqRegister asserts the IRQ
+ * bits v of that session (the value is also stored like any other register);
+ * BrennSim_RaiseIrqs does the same without a logged call. Bits stay asserted until
+ * BrennDll_AcknowledgeIrqs clears them. BrennDll_WaitOnIrqs waits up to its time-out for any
+ * requested bit and reports the requested bits that are asserted, or timedOut 1.
+ * Closing a session wakes its blocked callers, who answer kBrennSimInvalidSession.
+ *
  * Thread safety: every function here and every BrennDll_ function may be called from any
  * thread at any time, except BrennSim_Reset, which must not race with calls in progress.
  */
@@ -107,6 +140,39 @@ int BrennSim_IsSessionOpen(uint32_t session);
 uint32_t BrennSim_ParentSession(uint32_t session);
 /* Number of BrennDll_ReserveIrqContext calls that succeeded on `session`; 0 if it is not open. */
 uint32_t BrennSim_IrqContextsReserved(uint32_t session);
+
+enum {
+    kBrennSimDefaultFifoDepth = 4096,
+    kBrennSimMaxFifoDepth = 1 << 20,
+    kBrennSimIrqRegister = 0x100,
+};
+
+typedef struct BrennSimFifoStats {
+    uint64_t elementsAcquired;    /* lent by acquisitions */
+    uint64_t elementsReleased;    /* handed back by releases */
+    uint64_t releaseCalls;        /* BrennDll_ReleaseFifoElements calls of more than 0 elements */
+    uint64_t outOfOrderReleases;  /* releases whose count was not that of the oldest region */
+    uint64_t excessReleases;      /* releases of more elements than were lent */
+    uint64_t patternErrors;       /* elements written by the host that broke the pattern */
+    uint64_t elementsTransferred; /* moved by copying reads and writes */
+} BrennSimFifoStats;
+
+/* Stops (0) or restarts the FPGA side of a FIFO. Stopped, a target-to-host FIFO runs empty and
+ * a host-to-target FIFO runs full. May be called before the FIFO's first use. Answers 1, or 0
+ * when the session is not open. */
+int BrennSim_SetFifoFpgaRunning(uint32_t session, uint32_t fifo, int running);
+/* The FPGA side produces (into a target-to-host FIFO) or drains (from a host-to-target FIFO)
+ * up to `count` elements now, whether it runs or not. Answer: how many it moved (0 for a FIFO
+ * not used yet or of the other direction). */
+size_t BrennSim_FeedFifo(uint32_t session, uint32_t fifo, size_t count);
+size_t BrennSim_DrainFifo(uint32_t session, uint32_t fifo, size_t count);
+/* Counters of one FIFO: 1, or 0 when it does not exist (stats zeroed). */
+int BrennSim_GetFifoStats(uint32_t session, uint32_t fifo, BrennSimFifoStats* stats);
+/* The same counters summed over every FIFO since the last reset, closed sessions included;
+ * releases that found no FIFO count as excess releases here. */
+void BrennSim_GetTotalFifoStats(BrennSimFifoStats* stats);
+/* Asserts IRQ bits of a session: 1, or 0 when it is not open. */
+int BrennSim_RaiseIrqs(uint32_t session, uint32_t bits);
 
 /* Register space of a session, as the FPGA logic sees it: `size` bytes from byte address
  * `reg` on, little-endian, the same bytes that BrennDll_Read and Write functions reach (a

@@ -43,6 +43,7 @@ Session& TargetState::open(uint32_t parent) {
     Session& session = sessions[handle];
     session.handle = handle;
     session.parent = parent;
+    session.irqs = std::make_shared<SimIrqs>();
     return session;
 }
 
@@ -123,6 +124,7 @@ size_t Target::countCalls(const char* function) {
 void Target::reset() {
     std::lock_guard lock(mutex_);
     state_ = TargetState{};
+    resetTotalFifoStats();
     scripts_.clear();
     log_.clear();
     log_.shrink_to_fit();

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "BrennSim.h"
+#include "SimFifo.h"
 #include "SimRegisterSpace.h"
 
 namespace brenn::sim {
@@ -39,6 +40,10 @@ struct Session {
     uint32_t irqContextsReserved = 0;
     RegisterSpace registers;
     std::vector<uint32_t> resourceIndexes;  // in the order they were added, no repeats
+    // Shared so that a caller blocked on a FIFO or on the interrupt lines keeps them alive
+    // after the session is closed and the table has forgotten them.
+    std::map<uint32_t, std::shared_ptr<SimFifo>> fifos;
+    std::shared_ptr<SimIrqs> irqs;
 };
 
 // Resource names known to the target. Indexes start at 1 so that an index of 0 always means

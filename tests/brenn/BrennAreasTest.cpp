@@ -1,6 +1,5 @@
 // Every session-taking function of the simulated target, and what the FIFO, IRQ and resource
 // functions answer on an open session.
-#include <cstring>
 #include <functional>
 #include <ostream>
 #include <string>
@@ -157,98 +156,7 @@ TEST_P(SessionCallTest, OpenSessionSucceedsEvenWithFlagBits) {
 INSTANTIATE_TEST_SUITE_P(EveryFunction, SessionCallTest, ::testing::ValuesIn(sessionCalls()),
                          [](const auto& info) { return info.param.function; });
 
-// ---- FIFOs -------------------------------------------------------------------------------
-
-template <typename T>
-class FifoElementTest : public BrennSimTest {};
-using ElementTypes = ::testing::Types<int8_t, uint8_t, int16_t, uint16_t, int32_t, uint32_t, int64_t, uint64_t>;
-TYPED_TEST_SUITE(FifoElementTest, ElementTypes);
-
-// The per-type functions, found by element type so that one typed test covers all eight.
-template <typename T>
-struct Fifo;
-#define BRENN_FIFO_TRAITS(T, t)                                                    \
-    template <>                                                                    \
-    struct Fifo<t> {                                                               \
-        static constexpr auto read = BrennDll_ReadFifo##T;                         \
-        static constexpr auto write = BrennDll_WriteFifo##T;                       \
-        static constexpr auto acquireRead = BrennDll_AcquireFifoReadElements##T;   \
-        static constexpr auto acquireWrite = BrennDll_AcquireFifoWriteElements##T; \
-    };
-BRENN_FOR_EACH_ELEMENT_TYPE(BRENN_FIFO_TRAITS)
-#undef BRENN_FIFO_TRAITS
-
-TYPED_TEST(FifoElementTest, ReadDeliversZerosAndNothingRemains) {
-    uint32_t session = BrennSimTest::openSession();
-    TypeParam data[4];
-    std::memset(data, 0x5A, sizeof data);
-    size_t remaining = 99;
-    ASSERT_EQ(Fifo<TypeParam>::read(session, 1, data, 4, 0, &remaining), 0);
-    for (TypeParam element : data) EXPECT_EQ(element, TypeParam{0});
-    EXPECT_EQ(remaining, 0u);
-    EXPECT_EQ(Fifo<TypeParam>::read(session, 1, nullptr, 1, 0, &remaining), kBrennSimInvalidArgument);
-}
-
-TYPED_TEST(FifoElementTest, WriteIsTakenWhole) {
-    uint32_t session = BrennSimTest::openSession();
-    const TypeParam data[3] = {1, 2, 3};
-    size_t remaining = 99;
-    ASSERT_EQ(Fifo<TypeParam>::write(session, 1, data, 3, 0, &remaining), 0);
-    EXPECT_EQ(remaining, 0u);
-    EXPECT_EQ(Fifo<TypeParam>::write(session, 1, nullptr, 1, 0, nullptr), kBrennSimInvalidArgument);
-}
-
-TYPED_TEST(FifoElementTest, AcquisitionsLendNothingYet) {
-    uint32_t session = BrennSimTest::openSession();
-    TypeParam dummy{};
-    for (auto acquire : {Fifo<TypeParam>::acquireRead, Fifo<TypeParam>::acquireWrite}) {
-        TypeParam* elements = &dummy;
-        size_t acquired = 99, remaining = 99;
-        ASSERT_EQ(acquire(session, 0, &elements, 8, 0, &acquired, &remaining), 0);
-        EXPECT_EQ(elements, nullptr);
-        EXPECT_EQ(acquired, 0u);
-        EXPECT_EQ(remaining, 0u);
-        EXPECT_EQ(acquire(session, 0, nullptr, 8, 0, &acquired, &remaining), kBrennSimInvalidArgument);
-    }
-}
-
-TEST_F(AreaTest, ConfigureFifo2GrantsTheRequestedDepth) {
-    uint32_t session = openSession();
-    size_t actual = 0;
-    ASSERT_EQ(BrennDll_ConfigureFifo2(session, 3, 1000, &actual), 0);
-    EXPECT_EQ(actual, 1000u);
-}
-
-TEST_F(AreaTest, CompositeReadZeroesWholeElements) {
-    uint32_t session = openSession();
-    unsigned char data[12];
-    std::memset(data, 0xEE, sizeof data);
-    size_t remaining = 5;
-    ASSERT_EQ(BrennDll_ReadFifoComposite(session, 0, data, 5, 2, 0, &remaining), 0);
-    for (size_t i = 0; i < 10; ++i) EXPECT_EQ(data[i], 0u) << i;
-    EXPECT_EQ(data[10], 0xEE);
-    EXPECT_EQ(remaining, 0u);
-}
-
-TEST_F(AreaTest, CompositeTransfersRefuseUnusableSizes) {
-    uint32_t session = openSession();
-    char data[4] = {};
-    EXPECT_EQ(BrennDll_ReadFifoComposite(session, 0, data, 0, 1, 0, nullptr), kBrennSimInvalidArgument);
-    EXPECT_EQ(BrennDll_WriteFifoComposite(session, 0, data, 16, SIZE_MAX / 8, 0, nullptr), kBrennSimInvalidArgument);
-    EXPECT_EQ(BrennDll_WriteFifoComposite(session, 0, nullptr, 4, 1, 0, nullptr), kBrennSimInvalidArgument);
-    EXPECT_EQ(BrennDll_ReadFifoComposite(session, 0, nullptr, 4, 0, 0, nullptr), 0);
-}
-
-// ---- IRQs --------------------------------------------------------------------------------
-
-TEST_F(AreaTest, WaitOnIrqsReportsNothingAsserted) {
-    uint32_t session = openSession();
-    uint32_t asserted = 0xFF;
-    uint8_t timedOut = 1;
-    ASSERT_EQ(BrennDll_WaitOnIrqs(session, nullptr, 0x3, 10, &asserted, &timedOut), 0);
-    EXPECT_EQ(asserted, 0u);
-    EXPECT_EQ(timedOut, 0u);
-}
+// FIFO data, regions and interrupts have their own files: BrennFifoTest.cpp, BrennIrqTest.cpp.
 
 // ---- resources ---------------------------------------------------------------------------
 

@@ -1,0 +1,399 @@
+#include "SimFifo.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+
+#include "BrennDll.h"
+#include "SimTarget.h"
+
+namespace brenn::sim {
+
+namespace {
+
+// Process-wide totals, kept apart from the FIFOs so that they outlive closed sessions.
+struct Totals {
+    std::atomic<uint64_t> elementsAcquired{0};
+    std::atomic<uint64_t> elementsReleased{0};
+    std::atomic<uint64_t> releaseCalls{0};
+    std::atomic<uint64_t> outOfOrderReleases{0};
+    std::atomic<uint64_t> excessReleases{0};
+    std::atomic<uint64_t> patternErrors{0};
+    std::atomic<uint64_t> elementsTransferred{0};
+};
+
+Totals& totals() noexcept {
+    static Totals* instance = new Totals;  // never destroyed, like the target
+    return *instance;
+}
+
+// Adds to one FIFO's counter and to the process-wide one.
+void count(uint64_t& mine, std::atomic<uint64_t>& total, uint64_t amount) noexcept {
+    mine += amount;
+    total.fetch_add(amount, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+void fillPattern(uint8_t* element, size_t elementSize, uint64_t index) noexcept {
+    for (size_t k = 0; k < elementSize; ++k) element[k] = k < 8 ? static_cast<uint8_t>(index >> (8 * k)) : 0;
+}
+
+bool matchesPattern(const uint8_t* element, size_t elementSize, uint64_t index) noexcept {
+    for (size_t k = 0; k < elementSize; ++k) {
+        if (element[k] != (k < 8 ? static_cast<uint8_t>(index >> (8 * k)) : 0)) return false;
+    }
+    return true;
+}
+
+BrennSimFifoStats totalFifoStats() noexcept {
+    Totals& t = totals();
+    return {t.elementsAcquired.load(),   t.elementsReleased.load(), t.releaseCalls.load(),
+            t.outOfOrderReleases.load(), t.excessReleases.load(),   t.patternErrors.load(),
+            t.elementsTransferred.load()};
+}
+
+void resetTotalFifoStats() noexcept {
+    Totals& t = totals();
+    for (auto* counter : {&t.elementsAcquired, &t.elementsReleased, &t.releaseCalls, &t.outOfOrderReleases,
+                          &t.excessReleases, &t.patternErrors, &t.elementsTransferred}) {
+        counter->store(0);
+    }
+}
+
+void countStrayRelease(size_t elements) noexcept {
+    if (elements == 0) return;
+    totals().releaseCalls.fetch_add(1);
+    totals().excessReleases.fetch_add(1);
+}
+
+// ---- ring bookkeeping (mutex_ held) ------------------------------------------------------
+
+size_t SimFifo::hostAvailable() const {
+    if (direction_ == FifoDirection::TargetToHost) return static_cast<size_t>(fpga_ - hostEnd_);
+    return depth_ - static_cast<size_t>(hostEnd_ - fpga_);
+}
+
+size_t SimFifo::fpgaRoom() const {
+    return depth_ - static_cast<size_t>(fpga_ - hostStart_);
+}
+
+size_t SimFifo::fpgaPending() const {
+    return static_cast<size_t>(hostStart_ - fpga_);
+}
+
+uint8_t* SimFifo::slot(uint64_t position) {
+    return buffer_.data() + static_cast<size_t>(position % depth_) * elementSize_;
+}
+
+void SimFifo::produce(size_t elements) {
+    for (size_t i = 0; i < elements; ++i, ++fpga_) fillPattern(slot(fpga_), elementSize_, fpga_);
+}
+
+void SimFifo::consume(size_t elements) {
+    for (size_t i = 0; i < elements; ++i, ++fpga_) {
+        if (!matchesPattern(slot(fpga_), elementSize_, fpga_)) count(stats_.patternErrors, totals().patternErrors, 1);
+    }
+}
+
+void SimFifo::runFpga() {
+    if (!fpgaRunning_ || buffer_.empty()) return;
+    if (direction_ == FifoDirection::TargetToHost) produce(fpgaRoom());
+    if (direction_ == FifoDirection::HostToTarget) consume(fpgaPending());
+}
+
+// The first use fixes the element size and allocates the ring; the first directed use fixes
+// the direction and sets the FPGA side going.
+int32_t SimFifo::establish(FifoDirection direction, size_t elementSize) {
+    if (closed_) return kBrennSimInvalidSession;
+    if (elementSize == 0) return kBrennSimInvalidArgument;
+    if (elementSize_ == 0) {
+        if (elementSize > kMaxFifoBytes) return kBrennSimInvalidArgument;
+        depth_ = std::max<size_t>(1, std::min(depth_, kMaxFifoBytes / elementSize));
+        buffer_.assign(depth_ * elementSize, 0);
+        elementSize_ = elementSize;
+    } else if (elementSize != elementSize_) {
+        return kBrennSimInvalidArgument;
+    }
+    if (direction_ == FifoDirection::Unknown) {
+        direction_ = direction;
+        runFpga();
+    } else if (direction_ != direction) {
+        return kBrennSimInvalidArgument;
+    }
+    return 0;
+}
+
+template <typename Ready>
+int32_t SimFifo::waitUntil(Lock& lock, const Deadline& deadline, Ready&& ready) {
+    for (;;) {
+        if (closed_) return kBrennSimInvalidSession;
+        int32_t verdict = ready();
+        if (verdict <= 0) return verdict;  // 0 go on, negative: give up with that answer
+        if (deadline.unlimited()) {
+            changed_.wait(lock);
+        } else if (changed_.wait_until(lock, deadline.at()) == std::cv_status::timeout) {
+            if (closed_) return kBrennSimInvalidSession;
+            verdict = ready();
+            return verdict <= 0 ? verdict : int32_t{kBrennTimeout};
+        }
+    }
+}
+
+void SimFifo::copyOut(void* data, size_t elements) {
+    auto* out = static_cast<uint8_t*>(data);
+    for (size_t done = 0; done < elements;) {
+        size_t run = std::min(elements - done, depth_ - static_cast<size_t>(hostEnd_ % depth_));
+        std::memcpy(out + done * elementSize_, slot(hostEnd_), run * elementSize_);
+        done += run;
+        hostEnd_ += run;
+    }
+    hostStart_ = hostEnd_;
+}
+
+void SimFifo::copyIn(const void* data, size_t elements) {
+    const auto* in = static_cast<const uint8_t*>(data);
+    for (size_t done = 0; done < elements;) {
+        size_t run = std::min(elements - done, depth_ - static_cast<size_t>(hostEnd_ % depth_));
+        std::memcpy(slot(hostEnd_), in + done * elementSize_, run * elementSize_);
+        done += run;
+        hostEnd_ += run;
+    }
+    hostStart_ = hostEnd_;
+}
+
+// ---- host side ---------------------------------------------------------------------------
+
+int32_t SimFifo::read(void* data, size_t elementSize, size_t elements, uint32_t timeout, size_t* remaining) {
+    Deadline deadline(timeout);
+    Lock lock(mutex_);
+    int32_t status = establish(FifoDirection::TargetToHost, elementSize);
+    if (status != 0) return status;
+    if (!regions_.empty()) return kBrennMustReleaseFirst;
+    for (size_t done = 0; done < elements && status == 0;) {
+        size_t piece = std::min(elements - done, depth_);
+        status = waitUntil(lock, deadline, [&] { return regions_.empty() && hostAvailable() >= piece ? 0 : 1; });
+        if (status != 0) break;
+        copyOut(static_cast<uint8_t*>(data) + done * elementSize_, piece);
+        count(stats_.elementsTransferred, totals().elementsTransferred, piece);
+        done += piece;
+        runFpga();
+        changed_.notify_all();
+    }
+    if (remaining && status != kBrennSimInvalidSession) *remaining = hostAvailable();
+    return status;
+}
+
+int32_t SimFifo::write(const void* data, size_t elementSize, size_t elements, uint32_t timeout, size_t* remaining) {
+    Deadline deadline(timeout);
+    Lock lock(mutex_);
+    int32_t status = establish(FifoDirection::HostToTarget, elementSize);
+    if (status != 0) return status;
+    if (!regions_.empty()) return kBrennMustReleaseFirst;
+    for (size_t done = 0; done < elements && status == 0;) {
+        size_t piece = std::min(elements - done, depth_);
+        status = waitUntil(lock, deadline, [&] { return regions_.empty() && hostAvailable() >= piece ? 0 : 1; });
+        if (status != 0) break;
+        copyIn(static_cast<const uint8_t*>(data) + done * elementSize_, piece);
+        count(stats_.elementsTransferred, totals().elementsTransferred, piece);
+        done += piece;
+        runFpga();
+        changed_.notify_all();
+    }
+    if (remaining && status != kBrennSimInvalidSession) *remaining = hostAvailable();
+    return status;
+}
+
+int32_t SimFifo::acquire(FifoDirection direction, size_t elementSize, void** elements, size_t requested,
+                         uint32_t timeout, size_t* acquired, size_t* remaining) {
+    Deadline deadline(timeout);
+    Lock lock(mutex_);
+    int32_t status = establish(direction, elementSize);
+    if (status != 0) return status;
+    size_t lend = 0;
+    if (requested != 0) {
+        // Recomputed on every wake-up: another caller may have borrowed in the meantime.
+        status = waitUntil(lock, deadline, [&] {
+            lend = std::min(requested, depth_ - static_cast<size_t>(hostEnd_ % depth_));
+            const size_t borrowed = static_cast<size_t>(hostEnd_ - hostStart_);
+            if (lend > depth_ - borrowed) return int32_t{kBrennMustReleaseFirst};
+            return hostAvailable() >= lend ? 0 : 1;
+        });
+        if (status != 0) {
+            if (remaining && status != kBrennSimInvalidSession) *remaining = hostAvailable();
+            return status;
+        }
+    }
+    *elements = slot(hostEnd_);
+    if (lend != 0) {
+        regions_.push_back(lend);
+        hostEnd_ += lend;
+        count(stats_.elementsAcquired, totals().elementsAcquired, lend);
+    }
+    if (acquired) *acquired = lend;
+    if (remaining) *remaining = hostAvailable();
+    return 0;
+}
+
+int32_t SimFifo::release(size_t elements) {
+    Lock lock(mutex_);
+    if (closed_) return kBrennSimInvalidSession;
+    if (elements == 0) return 0;
+    count(stats_.releaseCalls, totals().releaseCalls, 1);
+    const size_t borrowed = static_cast<size_t>(hostEnd_ - hostStart_);
+    if (elements > borrowed) {
+        count(stats_.excessReleases, totals().excessReleases, 1);
+        return kBrennSimInvalidArgument;
+    }
+    if (regions_.front() != elements) count(stats_.outOfOrderReleases, totals().outOfOrderReleases, 1);
+    // The hardware counts elements, not regions: hand back exactly `elements` from the front,
+    // splitting a region when the count ends inside one.
+    for (size_t left = elements; left != 0;) {
+        if (regions_.front() <= left) {
+            left -= regions_.front();
+            regions_.pop_front();
+        } else {
+            regions_.front() -= left;
+            left = 0;
+        }
+    }
+    hostStart_ += elements;
+    count(stats_.elementsReleased, totals().elementsReleased, elements);
+    runFpga();
+    changed_.notify_all();
+    return 0;
+}
+
+int32_t SimFifo::configure(size_t requested, size_t* granted) {
+    Lock lock(mutex_);
+    if (closed_) return kBrennSimInvalidSession;
+    if (requested == 0) return kBrennSimInvalidArgument;
+    if (!regions_.empty()) return kBrennMustReleaseFirst;
+    size_t depth = std::min(requested, kMaxFifoDepth);
+    if (elementSize_ != 0) depth = std::max<size_t>(1, std::min(depth, kMaxFifoBytes / elementSize_));
+    relocate(depth);
+    runFpga();
+    changed_.notify_all();
+    if (granted) *granted = depth;
+    return 0;
+}
+
+// Moves what is in flight into a ring of the new depth, keeping every position. What does
+// not fit is taken back by the FPGA (read side: produced again later, so the pattern goes on
+// unbroken) or drained and checked now (write side).
+void SimFifo::relocate(size_t depth) {
+    if (buffer_.empty()) {
+        depth_ = depth;
+        return;
+    }
+    if (direction_ == FifoDirection::TargetToHost && fpga_ - hostEnd_ > depth) fpga_ = hostEnd_ + depth;
+    if (direction_ == FifoDirection::HostToTarget && fpgaPending() > depth) consume(fpgaPending() - depth);
+    std::vector<uint8_t> bigger(depth * elementSize_, 0);
+    const uint64_t first = direction_ == FifoDirection::TargetToHost ? hostEnd_ : fpga_;
+    const uint64_t last = direction_ == FifoDirection::TargetToHost ? fpga_ : hostStart_;
+    for (uint64_t p = first; p < last; ++p) {
+        std::memcpy(bigger.data() + static_cast<size_t>(p % depth) * elementSize_, slot(p), elementSize_);
+    }
+    buffer_.swap(bigger);
+    depth_ = depth;
+}
+
+// ---- FPGA side and control ---------------------------------------------------------------
+
+void SimFifo::setFpgaRunning(bool running) {
+    Lock lock(mutex_);
+    fpgaRunning_ = running;
+    runFpga();
+    changed_.notify_all();
+}
+
+size_t SimFifo::feed(size_t elements) {
+    Lock lock(mutex_);
+    if (closed_ || buffer_.empty() || direction_ != FifoDirection::TargetToHost) return 0;
+    size_t moved = std::min(elements, fpgaRoom());
+    produce(moved);
+    changed_.notify_all();
+    return moved;
+}
+
+size_t SimFifo::drain(size_t elements) {
+    Lock lock(mutex_);
+    if (closed_ || buffer_.empty() || direction_ != FifoDirection::HostToTarget) return 0;
+    size_t moved = std::min(elements, fpgaPending());
+    consume(moved);
+    changed_.notify_all();
+    return moved;
+}
+
+BrennSimFifoStats SimFifo::stats() {
+    Lock lock(mutex_);
+    return stats_;
+}
+
+void SimFifo::close() {
+    Lock lock(mutex_);
+    closed_ = true;
+    changed_.notify_all();
+}
+
+// ---- interrupt lines ---------------------------------------------------------------------
+
+void SimIrqs::raise(uint32_t bits) {
+    std::lock_guard lock(mutex_);
+    asserted_ |= bits;
+    changed_.notify_all();
+}
+
+void SimIrqs::acknowledge(uint32_t bits) {
+    std::lock_guard lock(mutex_);
+    asserted_ &= ~bits;
+}
+
+int32_t SimIrqs::wait(uint32_t irqs, uint32_t timeout, uint32_t* asserted, uint8_t* timedOut) {
+    Deadline deadline(timeout);
+    std::unique_lock lock(mutex_);
+    auto settled = [&] { return closed_ || (asserted_ & irqs) != 0; };
+    if (deadline.unlimited()) {
+        changed_.wait(lock, settled);
+    } else {
+        changed_.wait_until(lock, deadline.at(), settled);
+    }
+    if (closed_) return kBrennSimInvalidSession;
+    const uint32_t seen = asserted_ & irqs;
+    if (asserted) *asserted = seen;
+    if (timedOut) *timedOut = seen == 0 ? 1 : 0;
+    return 0;
+}
+
+void SimIrqs::close() {
+    std::lock_guard lock(mutex_);
+    closed_ = true;
+    changed_.notify_all();
+}
+
+// ---- lookup ------------------------------------------------------------------------------
+
+std::shared_ptr<SimFifo> findFifo(uint32_t session, uint32_t fifo, bool create, int32_t& status) {
+    std::shared_ptr<SimFifo> found;
+    status = Target::instance().withSession(session, [&](Session& open) {
+        auto existing = open.fifos.find(fifo);
+        if (existing != open.fifos.end()) {
+            found = existing->second;
+        } else if (create) {
+            found = open.fifos.emplace(fifo, std::make_shared<SimFifo>()).first->second;
+        }
+        return int32_t{0};
+    });
+    return found;
+}
+
+std::shared_ptr<SimIrqs> findIrqs(uint32_t session) {
+    std::shared_ptr<SimIrqs> found;
+    Target::instance().withSession(session, [&](Session& open) {
+        found = open.irqs;
+        return int32_t{0};
+    });
+    return found;
+}
+
+}  // namespace brenn::sim
