@@ -111,6 +111,14 @@ TEST_F(RegionStress, AcquireDeleteCloseStopAndAbortInterleaveSafely) {
     EXPECT_EQ(BrennSim_OpenSessionCount(), 0u);
     EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 0u);
     EXPECT_EQ(heap::liveBlocks(), blocksBefore) << "records, states and queues are all given back";
+
+    // The simulated target saw every region come back whole and in acquisition order.
+    BrennSimFifoStats fifo{};
+    BrennSim_GetTotalFifoStats(&fifo);
+    EXPECT_GT(fifo.elementsAcquired, 0u);
+    EXPECT_EQ(fifo.outOfOrderReleases, 0u);
+    EXPECT_EQ(fifo.excessReleases, 0u);
+    EXPECT_EQ(fifo.elementsReleased, fifo.elementsAcquired);
 }
 
 }  // namespace
