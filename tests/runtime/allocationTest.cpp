@@ -28,44 +28,27 @@ void expectMemoryFullAtAllocationSite(const tStatus& status) {
     EXPECT_EQ(status.line, 416u);
 }
 
-TEST_F(Allocation, BlocksAreCountedWhileLive) {
-    void* first = allocate(64);
-    void* second = allocate(0);
-    ASSERT_NE(first, nullptr);
-    ASSERT_NE(second, nullptr);
-    EXPECT_EQ(heap::liveBlocks(), liveAtStart_ + 2);
-    deallocate(first);
-    deallocate(second);
-    deallocate(nullptr);
-    EXPECT_EQ(heap::liveBlocks(), liveAtStart_);
-}
-
-TEST_F(Allocation, WithStatusHoldingAnErrorTouchesNoHeap) {
-    tStatus status;
-    status.setCode(kStatusInvalidArgument, "earlier", 3);
+TEST_F(Allocation, EarlierErrorTouchesNoHeapWhileAWarningAllocatesAndIsKept) {
+    tStatus error;
+    error.setCode(kStatusInvalidArgument, "earlier", 3);
     const uint64_t requests = testing::allocationRequests();
-    EXPECT_EQ(allocateWithStatus(16, status), nullptr);
+    EXPECT_EQ(allocateWithStatus(16, error), nullptr);
     EXPECT_EQ(testing::allocationRequests(), requests);
-    EXPECT_EQ(status.code, kStatusInvalidArgument);
-    EXPECT_STREQ(status.file, "earlier");
-}
+    EXPECT_EQ(error.code, kStatusInvalidArgument);
 
-TEST_F(Allocation, WithStatusHoldingAWarningAllocatesAndKeepsTheWarning) {
-    tStatus status;
-    status.setCode(63, "earlier", 3);
-    void* block = allocateWithStatus(16, status);
+    tStatus warning;
+    warning.setCode(63, "earlier", 3);
+    void* block = allocateWithStatus(0, warning);
     EXPECT_NE(block, nullptr);
-    EXPECT_EQ(status.code, 63);
-    EXPECT_STREQ(status.file, "earlier");
+    EXPECT_EQ(heap::liveBlocks(), liveAtStart_ + 1);
+    EXPECT_EQ(warning.code, 63);
+    EXPECT_STREQ(warning.file, "earlier");
     deallocate(block);
-}
+    deallocate(nullptr);
 
-TEST_F(Allocation, FailedRequestReportsMemoryFullOverAWarning) {
-    tStatus status;
-    status.setCode(63, "earlier", 3);
     testing::failAllocation(1);
-    EXPECT_EQ(allocateWithStatus(16, status), nullptr);
-    expectMemoryFullAtAllocationSite(status);
+    EXPECT_EQ(allocateWithStatus(16, warning), nullptr);
+    expectMemoryFullAtAllocationSite(warning);
 }
 
 TEST_F(Allocation, OverflowedArraySizeFailsInsteadOfReturningAShortBlock) {
@@ -77,8 +60,6 @@ TEST_F(Allocation, OverflowedArraySizeFailsInsteadOfReturningAShortBlock) {
     expectMemoryFullAtAllocationSite(status);
 }
 
-// ---- the failure switch -----------------------------------------------------------------------
-
 struct FailurePlan {
     uint64_t nth;
     bool andAfter;
@@ -87,62 +68,41 @@ struct FailurePlan {
 
 class FailureSwitch : public Allocation, public ::testing::WithParamInterface<FailurePlan> {};
 
-bool planFails(const FailurePlan& plan, int attempt) {
-    const auto n = static_cast<uint64_t>(attempt);
-    return plan.nth != 0 && (n == plan.nth || (plan.andAfter && n > plan.nth));
-}
-
-TEST_P(FailureSwitch, FailsExactlyThePlannedRequestsThroughAllocate) {
+// Alternates between the two entry points so both see planned and unplanned requests.
+TEST_P(FailureSwitch, FailsExactlyThePlannedRequests) {
     const FailurePlan plan = GetParam();
     testing::failAllocation(plan.nth, plan.andAfter);
     for (int attempt = 1; attempt <= plan.attempts; ++attempt) {
+        const auto n = static_cast<uint64_t>(attempt);
+        const bool fails = plan.nth != 0 && (n == plan.nth || (plan.andAfter && n > plan.nth));
         const uint64_t requests = testing::allocationRequests();
-        void* block = allocate(8);
-        EXPECT_EQ(testing::allocationRequests(), requests + 1) << "failed requests count too";
-        EXPECT_EQ(block == nullptr, planFails(plan, attempt)) << "attempt " << attempt;
-        deallocate(block);
-    }
-}
-
-TEST_P(FailureSwitch, FailsExactlyThePlannedRequestsThroughAllocateWithStatus) {
-    const FailurePlan plan = GetParam();
-    testing::failAllocation(plan.nth, plan.andAfter);
-    for (int attempt = 1; attempt <= plan.attempts; ++attempt) {
         tStatus status;
-        void* block = allocateWithStatus(8, status);
-        const bool failed = planFails(plan, attempt);
-        EXPECT_EQ(block == nullptr, failed) << "attempt " << attempt;
-        EXPECT_EQ(status.code, failed ? kStatusMemoryFull : 0) << "attempt " << attempt;
+        void* block = attempt % 2 != 0 ? allocate(8) : allocateWithStatus(8, status);
+        EXPECT_EQ(testing::allocationRequests(), requests + 1) << "failed requests count too";
+        EXPECT_EQ(block == nullptr, fails) << "attempt " << attempt;
+        EXPECT_EQ(status.code, attempt % 2 == 0 && fails ? kStatusMemoryFull : 0) << "attempt " << attempt;
         deallocate(block);
     }
 }
 
 INSTANTIATE_TEST_SUITE_P(Plans, FailureSwitch,
-                         ::testing::Values(FailurePlan{0, false, 4}, FailurePlan{1, false, 4}, FailurePlan{3, false, 5},
-                                           FailurePlan{2, true, 5}, FailurePlan{1, true, 3}));
+                         ::testing::Values(FailurePlan{0, false, 4}, FailurePlan{1, false, 4}, FailurePlan{2, false, 4},
+                                           FailurePlan{3, false, 5}, FailurePlan{2, true, 5}, FailurePlan{1, true, 3}));
 
-TEST_F(Allocation, StopFailingSwitchesAStickyPlanOff) {
-    testing::failAllocation(1, true);
+TEST_F(Allocation, NthCountsFromThePlanAndStopFailingEndsAStickyPlan) {
+    void* before = allocate(8);
+    testing::failAllocation(2, true);
+    void* first = allocate(8);
+    EXPECT_NE(first, nullptr);
     EXPECT_EQ(allocate(8), nullptr);
     EXPECT_EQ(allocate(8), nullptr);
     testing::stopFailingAllocations();
-    void* block = allocate(8);
-    EXPECT_NE(block, nullptr);
-    deallocate(block);
-}
-
-TEST_F(Allocation, NthCountsFromWhenThePlanIsMade) {
-    void* before = allocate(8);
-    testing::failAllocation(2);
-    void* first = allocate(8);
-    void* second = allocate(8);
-    EXPECT_NE(first, nullptr);
-    EXPECT_EQ(second, nullptr);
+    void* after = allocate(8);
+    EXPECT_NE(after, nullptr);
     deallocate(before);
     deallocate(first);
+    deallocate(after);
 }
-
-// ---- objects built in place -------------------------------------------------------------------
 
 struct Tracked {
     explicit Tracked(int* destroyed) noexcept : destroyed_(destroyed) {}
@@ -150,24 +110,20 @@ struct Tracked {
     int* destroyed_;
 };
 
-TEST_F(Allocation, NewWithStatusBuildsAndDeleteObjectDestroysAndFrees) {
+TEST_F(Allocation, NewWithStatusBuildsOnlyWhenMemoryIsThereAndDeleteObjectDestroys) {
     int destroyed = 0;
     tStatus status;
     Tracked* object = newWithStatus<Tracked>(status, &destroyed);
     ASSERT_NE(object, nullptr);
     EXPECT_EQ(heap::liveBlocks(), liveAtStart_ + 1);
     deleteObject(object);
-    EXPECT_EQ(destroyed, 1);
     deleteObject<Tracked>(nullptr);
     EXPECT_EQ(destroyed, 1);
-}
 
-TEST_F(Allocation, NewWithStatusBuildsNothingWhenMemoryFails) {
-    int destroyed = 0;
-    tStatus status;
     testing::failAllocation(1);
     EXPECT_EQ(newWithStatus<Tracked>(status, &destroyed), nullptr);
     expectMemoryFullAtAllocationSite(status);
+    EXPECT_EQ(destroyed, 1);
 }
 
 }  // namespace

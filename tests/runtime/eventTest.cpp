@@ -14,6 +14,7 @@ namespace {
 
 using testsupport::eventually;
 using testsupport::tSignal;
+using tResult = tEvent::tWaitResult;
 
 tStatus statusHolding(int64_t code) {
     tStatus status;
@@ -32,52 +33,41 @@ TEST(MonotonicNow, FollowsTheMonotonicClockInNanoseconds) {
     timespec before{};
     clock_gettime(CLOCK_MONOTONIC, &before);
     const uint64_t first = MonotonicNow();
-    const uint64_t second = MonotonicNow();
     const uint64_t beforeNs =
         static_cast<uint64_t>(before.tv_sec) * 1000000000u + static_cast<uint64_t>(before.tv_nsec);
     EXPECT_LE(beforeNs, first);
     EXPECT_LT(first - beforeNs, 1000000000u) << "not on the same clock, or not in nanoseconds";
-    EXPECT_LE(first, second);
+    EXPECT_LE(first, MonotonicNow());
 }
 
-// ---- creation under a status --------------------------------------------------------------------
+TEST(SynchronizationCreation, AnEarlierErrorCreatesNothingAndAWarningStillCreates) {
+    tStatus error = statusHolding(kStatusMemoryFull);
+    tMutex failedMutex(error);
+    tEvent failedEvent(error, true, true);
+    EXPECT_FALSE(failedMutex.initialised());
+    EXPECT_FALSE(failedEvent.conditionInitialised());
+    EXPECT_EQ(error.code, kStatusMemoryFull);
+    EXPECT_STREQ(error.file, "earlier");
 
-TEST(SynchronizationCreation, StatusHoldingAnErrorCreatesNothing) {
-    tStatus status = statusHolding(kStatusMemoryFull);
-    tMutex mutex(status);
-    tEvent event(status, true, true);
-    EXPECT_FALSE(mutex.initialised());
-    EXPECT_FALSE(event.conditionInitialised());
-    EXPECT_EQ(status.code, kStatusMemoryFull);
-    EXPECT_STREQ(status.file, "earlier");
-    // Destruction at scope end must leave the never-created POSIX objects alone.
-}
-
-TEST(SynchronizationCreation, StatusHoldingAWarningStillCreates) {
-    tStatus status = statusHolding(12);
-    tMutex mutex(status);
-    tEvent event(status, true, false);
+    tStatus warning = statusHolding(12);
+    tMutex mutex(warning);
+    tEvent event(warning, true, false);
     EXPECT_TRUE(mutex.initialised());
     EXPECT_TRUE(event.conditionInitialised());
-    EXPECT_EQ(status.code, 12);
+    EXPECT_EQ(warning.code, 12);
     event.set();
-    EXPECT_EQ(event.waitFor(0, status), tEvent::tWaitResult::signalled);
-}
+    EXPECT_EQ(event.waitFor(0, warning), tResult::signalled);
 
-TEST(SynchronizationCreation, DeferredMutexIsCreatedAndDestroyedOnRequest) {
-    tMutex mutex;
-    EXPECT_FALSE(mutex.initialised());
+    tMutex deferred;
+    EXPECT_FALSE(deferred.initialised());
     tStatus status;
-    mutex.create(status);
-    EXPECT_TRUE(mutex.initialised());
+    deferred.create(status);
+    EXPECT_TRUE(deferred.initialised());
     EXPECT_EQ(status.code, 0);
-    mutex.destroy();
-    EXPECT_FALSE(mutex.initialised());
-    mutex.destroy();
-    EXPECT_FALSE(mutex.initialised());
+    deferred.destroy();
+    deferred.destroy();
+    EXPECT_FALSE(deferred.initialised());
 }
-
-// ---- tMutex -------------------------------------------------------------------------------------
 
 TEST(Mutex, IsRecursiveAndExcludesOtherThreadsUntilFullyUnlocked) {
     tStatus status;
@@ -97,153 +87,114 @@ TEST(Mutex, IsRecursiveAndExcludesOtherThreadsUntilFullyUnlocked) {
     other.join();
 }
 
-// ---- tEvent, untimed ----------------------------------------------------------------------------
+class Event : public ::testing::Test {
+protected:
+    void expectCreated() { ASSERT_EQ(status_.code, 0); }
+    // Starts `count` threads that each wait once and count themselves through.
+    void startWaiters(tEvent& event, int count) {
+        for (int i = 0; i < count; ++i) {
+            waiters_.emplace_back([&] {
+                event.wait();
+                ++through_;
+            });
+        }
+    }
+    void joinWaiters() {
+        for (auto& waiter : waiters_) waiter.join();
+    }
+    tStatus status_;
+    std::atomic<int> through_{0};
+    std::vector<std::thread> waiters_;
+};
 
-TEST(Event, AutoResetSetTwiceLetsExactlyOneWaitThrough) {
-    tStatus status;
-    tEvent event(status, true, false);
-    ASSERT_EQ(status.code, 0);
+TEST_F(Event, AutoResetLetsOneWaitThroughPerSetAndSetsDoNotAccumulate) {
+    tEvent event(status_, true, false);
+    expectCreated();
     event.set();
     event.set();
     event.wait();
-    tSignal secondThrough;
-    std::thread waiter([&] {
-        event.wait();
-        secondThrough.set();
-    });
-    EXPECT_TRUE(secondThrough.staysUnset());
+    startWaiters(event, 2);
+    EXPECT_FALSE(eventually([&] { return through_.load() != 0; }, testsupport::kStillBlocked))
+        << "two sets before any wait must count as one";
     event.set();
-    EXPECT_TRUE(secondThrough.waitSet());
-    waiter.join();
-    EXPECT_EQ(event.waitFor(0, status), tEvent::tWaitResult::timedOut) << "the signal was not consumed";
-}
-
-TEST(Event, AutoResetSetWakesOneWaiterAtATime) {
-    tStatus status;
-    tEvent event(status, true, false);
-    ASSERT_EQ(status.code, 0);
-    std::atomic<int> through{0};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 2; ++i) {
-        waiters.emplace_back([&] {
-            event.wait();
-            ++through;
-        });
-    }
-    event.set();
-    ASSERT_TRUE(eventually([&] { return through.load() >= 1; }));
+    ASSERT_TRUE(eventually([&] { return through_.load() >= 1; }));
     std::this_thread::sleep_for(testsupport::kStillBlocked);
-    EXPECT_EQ(through.load(), 1);
+    EXPECT_EQ(through_.load(), 1);
     event.set();
-    for (auto& waiter : waiters) waiter.join();
-    EXPECT_EQ(through.load(), 2);
+    joinWaiters();
+    EXPECT_EQ(through_.load(), 2);
+    EXPECT_EQ(event.waitFor(0, status_), tResult::timedOut) << "the signal was not consumed";
 }
 
-TEST(Event, ManualResetWakesEveryWaiterAndStaysSignalledUntilReset) {
-    tStatus status;
-    tEvent event(status, false, false);
-    ASSERT_EQ(status.code, 0);
-    std::atomic<int> through{0};
-    std::vector<std::thread> waiters;
-    for (int i = 0; i < 4; ++i) {
-        waiters.emplace_back([&] {
-            event.wait();
-            ++through;
-        });
-    }
+TEST_F(Event, ManualResetWakesEveryWaiterAndStaysSignalledUntilReset) {
+    tEvent event(status_, false, false);
+    expectCreated();
+    startWaiters(event, 4);
     event.set();
-    for (auto& waiter : waiters) waiter.join();
-    EXPECT_EQ(through.load(), 4);
+    joinWaiters();
+    EXPECT_EQ(through_.load(), 4);
     event.wait();
-    EXPECT_EQ(event.waitFor(0, status), tEvent::tWaitResult::signalled);
-    EXPECT_EQ(status.code, 0);
+    EXPECT_EQ(event.waitFor(0, status_), tResult::signalled);
+    EXPECT_EQ(status_.code, 0);
     event.reset();
-    EXPECT_EQ(event.waitFor(0, status), tEvent::tWaitResult::timedOut);
+    EXPECT_EQ(event.waitFor(0, status_), tResult::timedOut);
 }
 
-TEST(Event, CreatedSignalledLetsTheFirstWaitThrough) {
-    tStatus status;
-    tEvent event(status, true, true);
-    ASSERT_EQ(status.code, 0);
-    event.wait();
-    EXPECT_EQ(event.waitFor(0, status), tEvent::tWaitResult::timedOut);
+TEST_F(Event, CreatedSignalledPassesTheFirstWaitAndManualResetKeepsIt) {
+    tEvent autoReset(status_, true, true);
+    tEvent manual(status_, false, true);
+    expectCreated();
+    autoReset.wait();
+    EXPECT_EQ(manual.waitFor(0, status_), tResult::signalled);
+    EXPECT_EQ(manual.waitFor(0, status_), tResult::signalled);
+    EXPECT_EQ(status_.code, 0);
+    EXPECT_EQ(autoReset.waitFor(0, status_), tResult::timedOut);
 }
 
-// ---- tEvent, timed ------------------------------------------------------------------------------
-
-TEST(EventTimedWait, ZeroTimeoutOnAnUnsignalledEventReportsLine2248) {
-    tStatus status;
-    tEvent event(status, true, false);
-    ASSERT_EQ(status.code, 0);
-    EXPECT_EQ(event.waitFor(0, status), tEvent::tWaitResult::timedOut);
-    expectTimedOutAt(status, kEventNotSignalledLine);
+// A zero timeout reports "not signalled"; running out of a real timeout reports its own line.
+TEST_F(Event, TimedWaitReportsItsTwoTimeOutLocations) {
+    tEvent event(status_, true, false);
+    expectCreated();
+    EXPECT_EQ(event.waitFor(0, status_), tResult::timedOut);
+    expectTimedOutAt(status_, kEventNotSignalledLine);
     EXPECT_EQ(kEventNotSignalledLine, 2248u);
-}
 
-TEST(EventTimedWait, RunningOutReportsLine2215AfterTheWholeTimeout) {
     tStatus status;
-    tEvent event(status, true, false);
-    ASSERT_EQ(status.code, 0);
     const uint64_t start = MonotonicNow();
-    EXPECT_EQ(event.waitFor(30, status), tEvent::tWaitResult::timedOut);
+    EXPECT_EQ(event.waitFor(30, status), tResult::timedOut);
     EXPECT_GE(MonotonicNow() - start, 30u * 1000000u);
     expectTimedOutAt(status, kEventTimedOutLine);
     EXPECT_EQ(kEventTimedOutLine, 2215u);
 }
 
-TEST(EventTimedWait, ATimeOutDoesNotReplaceAnEarlierError) {
-    tStatus status = statusHolding(kStatusMemoryFull);
-    tStatus created;
-    tEvent event(created, false, false);
-    ASSERT_EQ(created.code, 0);
-    EXPECT_EQ(event.waitFor(0, status), tEvent::tWaitResult::timedOut);
-    EXPECT_EQ(status.code, kStatusMemoryFull);
+TEST_F(Event, ATimeOutReplacesAWarningButNotAnEarlierError) {
+    tEvent event(status_, false, false);
+    expectCreated();
+    tStatus error = statusHolding(kStatusMemoryFull);
+    EXPECT_EQ(event.waitFor(0, error), tResult::timedOut);
+    EXPECT_EQ(error.code, kStatusMemoryFull);
     tStatus warned = statusHolding(5);
-    EXPECT_EQ(event.waitFor(1, warned), tEvent::tWaitResult::timedOut);
+    EXPECT_EQ(event.waitFor(1, warned), tResult::timedOut);
     expectTimedOutAt(warned, kEventTimedOutLine);
-}
-
-TEST(EventTimedWait, ASetFromAnotherThreadEndsTheWaitAndIsConsumed) {
-    tStatus status;
-    tEvent event(status, true, false);
-    ASSERT_EQ(status.code, 0);
-    tStatus waitStatus;
-    tEvent::tWaitResult result = tEvent::tWaitResult::failed;
-    std::thread waiter([&] { result = event.waitFor(20000, waitStatus); });
-    event.set();
-    waiter.join();
-    EXPECT_EQ(result, tEvent::tWaitResult::signalled);
-    EXPECT_EQ(waitStatus.code, 0);
-    EXPECT_EQ(event.waitFor(0, status), tEvent::tWaitResult::timedOut);
 }
 
 // One signal, two timed waiters on an auto-reset event: whichever gets it consumes it, and the
 // other, woken or not, waits again until its deadline.
-TEST(EventTimedWait, OneSignalServesOneOfTwoTimedWaiters) {
-    tStatus status;
-    tEvent event(status, true, false);
-    ASSERT_EQ(status.code, 0);
+TEST_F(Event, OneSignalServesExactlyOneOfTwoTimedWaiters) {
+    tEvent event(status_, true, false);
+    expectCreated();
     tStatus statuses[2];
-    tEvent::tWaitResult results[2] = {tEvent::tWaitResult::failed, tEvent::tWaitResult::failed};
+    tResult results[2] = {tResult::failed, tResult::failed};
     std::vector<std::thread> waiters;
     for (int i = 0; i < 2; ++i) waiters.emplace_back([&, i] { results[i] = event.waitFor(300, statuses[i]); });
     event.set();
     for (auto& waiter : waiters) waiter.join();
-    const int served = (results[0] == tEvent::tWaitResult::signalled) + (results[1] == tEvent::tWaitResult::signalled);
-    EXPECT_EQ(served, 1);
-    const int loser = results[0] == tEvent::tWaitResult::signalled ? 1 : 0;
-    EXPECT_EQ(results[loser], tEvent::tWaitResult::timedOut);
+    EXPECT_EQ((results[0] == tResult::signalled) + (results[1] == tResult::signalled), 1);
+    const int loser = results[0] == tResult::signalled ? 1 : 0;
+    EXPECT_EQ(results[loser], tResult::timedOut);
     expectTimedOutAt(statuses[loser], kEventTimedOutLine);
     EXPECT_EQ(statuses[1 - loser].code, 0);
-}
-
-TEST(EventTimedWait, SignalledEventPassesAZeroTimeout) {
-    tStatus status;
-    tEvent event(status, false, true);
-    ASSERT_EQ(status.code, 0);
-    EXPECT_EQ(event.waitFor(0, status), tEvent::tWaitResult::signalled);
-    EXPECT_EQ(event.waitFor(0, status), tEvent::tWaitResult::signalled) << "manual reset keeps the signal";
-    EXPECT_EQ(status.code, 0);
+    EXPECT_EQ(event.waitFor(0, status_), tResult::timedOut) << "the signal was not consumed";
 }
 
 }  // namespace

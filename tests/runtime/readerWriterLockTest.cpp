@@ -16,65 +16,52 @@ namespace {
 using testsupport::eventually;
 using testsupport::tSignal;
 
-class ReaderWriterLock : public ::testing::Test {
-protected:
-    void SetUp() override { ASSERT_EQ(status_.code, 0); }
-    tStatus status_;
-    tReaderWriterLock lock_{status_};
-};
-
-TEST_F(ReaderWriterLock, StartsFree) {
-    EXPECT_EQ(lock_.readerCountForTesting(), 1);
-    EXPECT_EQ(lock_.writerActiveForTesting(), 0);
+void expectFree(tReaderWriterLock& lock) {
+    EXPECT_EQ(lock.readerCountForTesting(), 1);
+    EXPECT_EQ(lock.writerActiveForTesting(), 0);
 }
 
-TEST_F(ReaderWriterLock, ReadersAreCountedAndUncounted) {
-    lock_.acquireShared();
-    lock_.acquireShared();
-    EXPECT_EQ(lock_.readerCountForTesting(), 3);
-    lock_.releaseShared();
-    lock_.releaseShared();
-    EXPECT_EQ(lock_.readerCountForTesting(), 1);
+// Creation under an earlier error builds no OS objects but must still set the counters;
+// under a warning the lock is fully usable. The counts move by one per reader, and a writer
+// takes the free count's 1 away.
+TEST(ReaderWriterLockCounts, FollowReadersAndWritersWhateverTheCreationStatus) {
+    for (int64_t earlier : {int64_t{0}, int64_t{3}, int64_t{kStatusMemoryFull}}) {
+        SCOPED_TRACE(earlier);
+        tStatus status;
+        if (earlier != 0) status.setCode(earlier, "earlier", 1);
+        tReaderWriterLock lock(status);
+        EXPECT_EQ(status.code, earlier);
+        expectFree(lock);
+        if (earlier < 0) continue;
+        lock.acquireShared();
+        lock.acquireShared();
+        EXPECT_EQ(lock.readerCountForTesting(), 3);
+        lock.releaseShared();
+        lock.releaseShared();
+        expectFree(lock);
+        lock.acquireExclusive();
+        EXPECT_EQ(lock.readerCountForTesting(), 0);
+        EXPECT_EQ(lock.writerActiveForTesting(), 1);
+        lock.releaseExclusive();
+        { tSharedLock shared(lock); }
+        { tExclusiveLock exclusive(lock); }
+        expectFree(lock);
+    }
 }
 
-TEST_F(ReaderWriterLock, ExclusiveOnAFreeLockReturnsAtOnceAndRestoresTheCountOnRelease) {
-    lock_.acquireExclusive();
-    EXPECT_EQ(lock_.readerCountForTesting(), 0);
-    EXPECT_EQ(lock_.writerActiveForTesting(), 1);
-    lock_.releaseExclusive();
-    EXPECT_EQ(lock_.readerCountForTesting(), 1);
-    EXPECT_EQ(lock_.writerActiveForTesting(), 0);
-    // Usable again in both modes.
-    { tSharedLock shared(lock_); }
-    { tExclusiveLock exclusive(lock_); }
-    EXPECT_EQ(lock_.readerCountForTesting(), 1);
-}
-
-template <class F>
-class tScopeExit {
+// A thread that takes the lock in one mode, reports it, and leaves on request.
+class tHolder {
 public:
-    explicit tScopeExit(F action) : action_(action) {}
-    ~tScopeExit() { action_(); }
-    tScopeExit(const tScopeExit&) = delete;
-    tScopeExit& operator=(const tScopeExit&) = delete;
-
-private:
-    F action_;
-};
-
-// A reader thread that enters, reports it, and leaves on request.
-class tReaderThread {
-public:
-    explicit tReaderThread(tReaderWriterLock& lock)
-        : thread_([this, &lock] {
-              lock.acquireShared();
+    tHolder(tReaderWriterLock& lock, bool exclusive)
+        : thread_([this, &lock, exclusive] {
+              exclusive ? lock.acquireExclusive() : lock.acquireShared();
               entered.set();
               leave_.waitSet();
-              lock.releaseShared();
+              exclusive ? lock.releaseExclusive() : lock.releaseShared();
               left.set();
           }) {}
-    ~tReaderThread() {
-        leave_.set();
+    ~tHolder() {
+        leave();
         thread_.join();
     }
     void leave() { leave_.set(); }
@@ -87,48 +74,32 @@ private:
     std::thread thread_;
 };
 
-class tWriterThread {
-public:
-    explicit tWriterThread(tReaderWriterLock& lock)
-        : thread_([this, &lock] {
-              lock.acquireExclusive();
-              entered.set();
-              leave_.waitSet();
-              lock.releaseExclusive();
-          }) {}
-    ~tWriterThread() {
-        leave_.set();
-        thread_.join();
-    }
-    void leave() { leave_.set(); }
-
-    tSignal entered;
-
-private:
-    tSignal leave_;
-    std::thread thread_;
+class ReaderWriterLock : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(status_.code, 0); }
+    tStatus status_;
+    tReaderWriterLock lock_{status_};
 };
 
 TEST_F(ReaderWriterLock, WriterWaitsForCountedReadersAndLateReaderBacksOffUntilItLeaves) {
-    tReaderThread first(lock_);
-    tReaderThread second(lock_);
+    tHolder first(lock_, false);
+    tHolder second(lock_, false);
     ASSERT_TRUE(first.entered.waitSet());
     ASSERT_TRUE(second.entered.waitSet());
 
-    tWriterThread writer(lock_);
+    tHolder writer(lock_, true);
     ASSERT_TRUE(eventually([&] { return lock_.writerActiveForTesting() == 1; }));
-    // The writer took the count's initial 1 away; exactly the two readers remain counted.
     ASSERT_TRUE(eventually([&] { return lock_.readerCountForTesting() == 2; }));
     EXPECT_TRUE(writer.entered.staysUnset());
 
-    tReaderThread late(lock_);
-    // Should a check fail midway, let everyone go before the threads are joined in reverse.
-    tScopeExit releaseAll([&] {
-        first.leave();
-        second.leave();
-        writer.leave();
-        late.leave();
-    });
+    tHolder late(lock_, false);
+    // Should a check fail midway, let everyone go before the holders are joined in reverse.
+    struct tReleaseAll {
+        tHolder* holders[4];
+        ~tReleaseAll() {
+            for (tHolder* holder : holders) holder->leave();
+        }
+    } releaseAll{{&first, &second, &writer, &late}};
     EXPECT_TRUE(late.entered.staysUnset()) << "a reader got in while a writer was draining";
     EXPECT_EQ(lock_.readerCountForTesting(), 2) << "a backing-off reader must take its count away";
 
@@ -145,66 +116,28 @@ TEST_F(ReaderWriterLock, WriterWaitsForCountedReadersAndLateReaderBacksOffUntilI
     ASSERT_TRUE(late.entered.waitSet());
     late.leave();
     ASSERT_TRUE(late.left.waitSet());
-    EXPECT_EQ(lock_.readerCountForTesting(), 1);
-    EXPECT_EQ(lock_.writerActiveForTesting(), 0);
+    expectFree(lock_);
 }
 
-TEST_F(ReaderWriterLock, SecondWriterWaitsUntilTheFirstReleases) {
-    tWriterThread first(lock_);
-    ASSERT_TRUE(first.entered.waitSet());
-    tWriterThread second(lock_);
-    EXPECT_TRUE(second.entered.staysUnset());
-    first.leave();
-    EXPECT_TRUE(second.entered.waitSet());
-    second.leave();
-}
+class HeldByAWriter : public ReaderWriterLock, public ::testing::WithParamInterface<bool> {};
 
-TEST_F(ReaderWriterLock, ReaderWaitsForAHoldingWriter) {
-    tWriterThread writer(lock_);
+TEST_P(HeldByAWriter, SecondComerWaitsUntilTheWriterReleases) {
+    tHolder writer(lock_, true);
     ASSERT_TRUE(writer.entered.waitSet());
-    tReaderThread reader(lock_);
-    EXPECT_TRUE(reader.entered.staysUnset());
+    tHolder next(lock_, GetParam());
+    EXPECT_TRUE(next.entered.staysUnset());
     writer.leave();
-    EXPECT_TRUE(reader.entered.waitSet());
+    EXPECT_TRUE(next.entered.waitSet());
 }
 
-TEST(ReaderWriterLockCreation, StatusHoldingAnErrorCreatesNothingButSetsTheCounters) {
-    tStatus status;
-    status.setCode(kStatusMemoryFull, "earlier", 1);
-    tReaderWriterLock lock(status);
-    EXPECT_EQ(lock.readerCountForTesting(), 1);
-    EXPECT_EQ(lock.writerActiveForTesting(), 0);
-    EXPECT_EQ(status.code, kStatusMemoryFull);
-    EXPECT_STREQ(status.file, "earlier");
-    // Destruction at scope end must not touch the never-created parts.
-}
-
-TEST(ReaderWriterLockCreation, StatusHoldingAWarningStillBuildsAUsableLock) {
-    tStatus status;
-    status.setCode(3, "earlier", 1);
-    tReaderWriterLock lock(status);
-    EXPECT_EQ(status.code, 3);
-    lock.acquireExclusive();
-    EXPECT_EQ(lock.writerActiveForTesting(), 1);
-    lock.releaseExclusive();
-    lock.acquireShared();
-    EXPECT_EQ(lock.readerCountForTesting(), 2);
-    lock.releaseShared();
-}
-
-// ---- stress -------------------------------------------------------------------------------------
+INSTANTIATE_TEST_SUITE_P(ReaderOrWriter, HeldByAWriter, ::testing::Values(false, true),
+                         [](const auto& info) { return info.param ? "Writer" : "Reader"; });
 
 // Writers move a plain pair of counters together; readers must never see them apart. Any
 // reader inside together with a writer is a data race for the thread sanitizer as well.
-TEST(ReaderWriterLockStress, ReadersNeverSeeAHalfDoneWrite) {
-    constexpr int kReaders = 3;
+TEST_F(ReaderWriterLock, StressReadersNeverSeeAHalfDoneWrite) {
     constexpr int kWriters = 2;
     constexpr int kWritesEach = 1500;
-    constexpr int kReadsEach = 4000;
-
-    tStatus status;
-    tReaderWriterLock lock(status);
-    ASSERT_EQ(status.code, 0);
     struct {
         long first = 0;
         long second = 0;
@@ -218,7 +151,7 @@ TEST(ReaderWriterLockStress, ReadersNeverSeeAHalfDoneWrite) {
     for (int w = 0; w < kWriters; ++w) {
         threads.emplace_back([&] {
             for (int i = 0; i < kWritesEach; ++i) {
-                tExclusiveLock hold(lock);
+                tExclusiveLock hold(lock_);
                 if (writersInside.fetch_add(1) != 0 || readersInside.load() != 0) ++overlaps;
                 ++shared.first;
                 std::this_thread::yield();
@@ -227,10 +160,10 @@ TEST(ReaderWriterLockStress, ReadersNeverSeeAHalfDoneWrite) {
             }
         });
     }
-    for (int r = 0; r < kReaders; ++r) {
+    for (int r = 0; r < 3; ++r) {
         threads.emplace_back([&] {
-            for (int i = 0; i < kReadsEach; ++i) {
-                tSharedLock hold(lock);
+            for (int i = 0; i < 4000; ++i) {
+                tSharedLock hold(lock_);
                 readersInside.fetch_add(1);
                 if (writersInside.load() != 0) ++overlaps;
                 if (shared.first != shared.second) ++tornReads;
@@ -244,8 +177,7 @@ TEST(ReaderWriterLockStress, ReadersNeverSeeAHalfDoneWrite) {
     EXPECT_EQ(overlaps.load(), 0);
     EXPECT_EQ(shared.first, long{kWriters} * kWritesEach);
     EXPECT_EQ(shared.second, shared.first);
-    EXPECT_EQ(lock.readerCountForTesting(), 1);
-    EXPECT_EQ(lock.writerActiveForTesting(), 0);
+    expectFree(lock_);
 }
 
 }  // namespace
