@@ -46,52 +46,49 @@ protected:
     }
 };
 
-TEST_F(CleanupTest, ProgramStopRegistrationAnswersNonZeroAndRemovalTakesItAway) {
+TEST_F(CleanupTest, ProgramStopRegistrationAnswersNonZeroAndRemovalTakesEveryMatchAway) {
+    EXPECT_NE(RTSetCleanupProc(recordRun, kA, kHostCleanupOnProgramStop), 0);
     EXPECT_NE(RTSetCleanupProc(recordRun, kA, kHostCleanupOnProgramStop), 0);
     EXPECT_NE(RTSetCleanupProc(recordRun, kB, kHostCleanupOnProgramStop), 0);
-    EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 2u);
-    EXPECT_TRUE(HostSim_IsRegisteredForProgramStop(recordRun, kA));
+    EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 3u);
     EXPECT_FALSE(HostSim_IsRegisteredForProgramStop(otherProc, kA));
 
-    EXPECT_EQ(RTSetCleanupProc(otherProc, kA, kHostCleanupRemove), 0);  // other procedure: no match
-    EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 2u);
+    EXPECT_EQ(RTSetCleanupProc(otherProc, kA, kHostCleanupRemove), 0);
+    EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 3u) << "only the same procedure matches";
     EXPECT_EQ(RTSetCleanupProc(recordRun, kA, kHostCleanupRemove), 0);
     EXPECT_FALSE(HostSim_IsRegisteredForProgramStop(recordRun, kA));
     EXPECT_TRUE(HostSim_IsRegisteredForProgramStop(recordRun, kB));
-    EXPECT_EQ(HostSim_CleanupCallCount(kHostCleanupOnProgramStop), 2u);
+    EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 1u);
+    EXPECT_EQ(HostSim_CleanupCallCount(kHostCleanupOnProgramStop), 3u);
     EXPECT_EQ(HostSim_CleanupCallCount(kHostCleanupRemove), 2u);
-    EXPECT_EQ(HostSim_CallCount("RTSetCleanupProc"), 4u);
+    EXPECT_EQ(HostSim_CallCount("RTSetCleanupProc"), 5u);
 }
 
-TEST_F(CleanupTest, RemovalTakesAwayEveryRegistrationOfThePair) {
-    RTSetCleanupProc(recordRun, kA, kHostCleanupOnProgramStop);
-    RTSetCleanupProc(recordRun, kA, kHostCleanupOnProgramStop);
-    EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 2u);
-    RTSetCleanupProc(recordRun, kA, kHostCleanupRemove);
-    EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 0u);
-}
-
-TEST_F(CleanupTest, RefusedRegistrationAnswersZeroAndRegistersNothing) {
+TEST_F(CleanupTest, RefusedOrInjectedRegistrationsRegisterNothingAndAffectOnlyTheNextOne) {
     HostSim_RefuseNextProgramStopRegistration();
     EXPECT_EQ(RTSetCleanupProc(recordRun, kA, kHostCleanupOnProgramStop), 0);
     EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 0u);
-    EXPECT_NE(RTSetCleanupProc(recordRun, kA, kHostCleanupOnProgramStop), 0);  // only the next one
+    EXPECT_NE(RTSetCleanupProc(recordRun, kA, kHostCleanupOnProgramStop), 0);
     EXPECT_EQ(RTSetCleanupProc(nullptr, kB, kHostCleanupOnProgramStop), 0);
     EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 1u);
-}
 
-TEST_F(CleanupTest, InjectedAnswerReplacesARegistration) {
     HostSim_FailNext("RTSetCleanupProc", 0);
-    EXPECT_EQ(RTSetCleanupProc(recordRun, kA, kHostCleanupOnProgramStop), 0);
-    EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 0u);
+    EXPECT_EQ(RTSetCleanupProc(recordRun, kB, kHostCleanupOnProgramStop), 0);
+    EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 1u);
 
     HostSim_FailNext("RTSetCleanupProc", kHostCallAborted);
-    EXPECT_EQ(RTSetCleanupProc(recordRun, kA, kHostCleanupRemove), 0);  // removals do not consume it
+    EXPECT_EQ(RTSetCleanupProc(recordRun, kA, kHostCleanupRemove), 0) << "removals do not consume it";
     EXPECT_EQ(RTSetCleanupProc(recordRun, kA, kHostCleanupOnCallAbort), kHostCallAborted);
     EXPECT_EQ(HostSim_AbortRegistrationCount(), 0u);
     EXPECT_EQ(RTSetCleanupProc(recordRun, kA, kHostCleanupOnCallAbort), kHostNoError);
     EXPECT_EQ(HostSim_AbortRegistrationCount(), 1u);
-    EXPECT_EQ(RTSetCleanupProc(nullptr, nullptr, kHostCleanupOnCallAbort), kHostNoError);
+
+    RTSetCleanupProc(recordRun, kA, kHostCleanupOnProgramStop);
+    HostSim_RefuseNextProgramStopRegistration();
+    HostSim_Reset();
+    EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 0u);
+    EXPECT_EQ(HostSim_AbortRegistrationCount(), 0u);
+    EXPECT_NE(RTSetCleanupProc(recordRun, kA, kHostCleanupOnProgramStop), 0) << "reset forgets the refusal";
 }
 
 class OtherModeTest : public CleanupTest, public ::testing::WithParamInterface<int32_t> {};
@@ -106,14 +103,11 @@ TEST_P(OtherModeTest, AnswersOneAndRegistersNothing) {
 INSTANTIATE_TEST_SUITE_P(UnusedModes, OtherModeTest, ::testing::Values(1, 3, 4, 5, 7, -1));
 
 TEST_F(CleanupTest, ProgramStopRunsEachRegistrationOnceNewestFirst) {
-    RTSetCleanupProc(recordRun, kA, kHostCleanupOnProgramStop);
-    RTSetCleanupProc(recordRun, kB, kHostCleanupOnProgramStop);
-    RTSetCleanupProc(recordRun, kC, kHostCleanupOnProgramStop);
+    for (void* argument : {kA, kB, kC}) RTSetCleanupProc(recordRun, argument, kHostCleanupOnProgramStop);
     EXPECT_EQ(HostSim_RunProgramStop(), 3u);
     EXPECT_EQ(runs(), (std::vector<void*>{kC, kB, kA}));
     EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 0u);
     EXPECT_EQ(HostSim_RunProgramStop(), 0u);
-    EXPECT_EQ(runs().size(), 3u);
 }
 
 // Closes like the library does: removes its own registration and that of a sibling.
@@ -130,31 +124,16 @@ int32_t registerAnother(void* argument) {
     return 0;
 }
 
-TEST_F(CleanupTest, ProcedureThatRemovesRegistrationsDuringTheStopDoesNotDeadlock) {
+// Every registration is taken out before the first runs: removing A while B runs neither
+// deadlocks nor stops A from running, and a new registration waits for the next stop.
+TEST_F(CleanupTest, ProceduresMayRemoveAndAddRegistrationsDuringTheStop) {
+    RTSetCleanupProc(registerAnother, kC, kHostCleanupOnProgramStop);
     RTSetCleanupProc(removeRegistrations, kA, kHostCleanupOnProgramStop);
     RTSetCleanupProc(removeRegistrations, kB, kHostCleanupOnProgramStop);
-    // Every registration was taken out before the first ran: removing A while B runs does not
-    // stop A from running.
-    EXPECT_EQ(HostSim_RunProgramStop(), 2u);
-    EXPECT_EQ(runs(), (std::vector<void*>{kB, kA}));
-}
-
-TEST_F(CleanupTest, RegistrationMadeDuringTheStopWaitsForTheNextStop) {
-    RTSetCleanupProc(registerAnother, kA, kHostCleanupOnProgramStop);
-    EXPECT_EQ(HostSim_RunProgramStop(), 1u);
+    EXPECT_EQ(HostSim_RunProgramStop(), 3u);
     EXPECT_TRUE(HostSim_IsRegisteredForProgramStop(recordRun, kC));
     EXPECT_EQ(HostSim_RunProgramStop(), 1u);
-    EXPECT_EQ(runs(), (std::vector<void*>{kA, kC}));
-}
-
-TEST_F(CleanupTest, ResetForgetsRegistrationsOfBothKinds) {
-    RTSetCleanupProc(recordRun, kA, kHostCleanupOnProgramStop);
-    RTSetCleanupProc(recordRun, kA, kHostCleanupOnCallAbort);
-    HostSim_RefuseNextProgramStopRegistration();
-    HostSim_Reset();
-    EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 0u);
-    EXPECT_EQ(HostSim_AbortRegistrationCount(), 0u);
-    EXPECT_NE(RTSetCleanupProc(recordRun, kA, kHostCleanupOnProgramStop), 0);
+    EXPECT_EQ(runs(), (std::vector<void*>{kB, kA, kC, kC}));
 }
 
 int32_t raiseFlag(void* flag) {
@@ -168,7 +147,7 @@ class CallInProgress {
 public:
     explicit CallInProgress(HostCleanupProc proc) {
         thread_ = std::thread([this, proc] {
-            registrationAnswer_ = RTSetCleanupProc(proc, &aborted_, kHostCleanupOnCallAbort);
+            registrationAnswer = RTSetCleanupProc(proc, &aborted_, kHostCleanupOnCallAbort);
             {
                 std::unique_lock lock(mutex_);
                 registered_ = true;
@@ -193,15 +172,14 @@ public:
         requestFinish();
         if (thread_.joinable()) thread_.join();
     }
-
     bool aborted() const { return aborted_.load(); }
     bool ended() const { return ended_.load(); }
-    int32_t registrationAnswer() const { return registrationAnswer_; }
+
+    int32_t registrationAnswer = -1;
 
 private:
     std::atomic<bool> aborted_{false};
     std::atomic<bool> ended_{false};
-    int32_t registrationAnswer_ = -1;
     std::mutex mutex_;
     std::condition_variable changed_;
     bool registered_ = false;
@@ -209,48 +187,35 @@ private:
     std::thread thread_;
 };
 
-TEST_F(CleanupTest, AbortRunsTheRegistrationOfTheCallingThreadFromAnotherThread) {
-    CallInProgress call(raiseFlag);
-    EXPECT_EQ(call.registrationAnswer(), kHostNoError);
-    EXPECT_EQ(HostSim_AbortRegistrationCount(), 1u);
-    EXPECT_FALSE(call.aborted());
-
-    EXPECT_EQ(HostSim_AbortCallsInProgress(), 1u);
-    EXPECT_TRUE(call.aborted());
-
-    call.finish();
-    EXPECT_EQ(HostSim_AbortRegistrationCount(), 0u);
+// Each thread has at most one abort registration (a second replaces the first) and ends only
+// its own; the abort runs them all from another thread.
+TEST_F(CleanupTest, AbortRegistrationsArePerThreadAndRunFromAnotherThread) {
+    CallInProgress first(raiseFlag);
+    CallInProgress second(raiseFlag);
+    EXPECT_EQ(first.registrationAnswer, kHostNoError);
+    EXPECT_EQ(HostSim_AbortRegistrationCount(), 2u);
+    EXPECT_EQ(RTSetCleanupProc(nullptr, nullptr, kHostCleanupOnCallAbort), kHostNoError);
+    EXPECT_EQ(HostSim_AbortRegistrationCount(), 2u);
+    std::atomic<bool> replaced{false};
+    std::atomic<bool> mine{false};
+    EXPECT_EQ(RTSetCleanupProc(raiseFlag, &replaced, kHostCleanupOnCallAbort), kHostNoError);
+    EXPECT_EQ(RTSetCleanupProc(raiseFlag, &mine, kHostCleanupOnCallAbort), kHostNoError);
+    EXPECT_EQ(HostSim_AbortRegistrationCount(), 3u);
+    first.finish();
+    EXPECT_EQ(HostSim_AbortRegistrationCount(), 2u);
+    EXPECT_FALSE(second.aborted());
+    EXPECT_EQ(HostSim_AbortCallsInProgress(), 2u);
+    EXPECT_FALSE(first.aborted());
+    EXPECT_FALSE(replaced.load());
+    EXPECT_TRUE(second.aborted());
+    EXPECT_TRUE(mine.load());
+    RTSetCleanupProc(nullptr, nullptr, kHostCleanupOnCallAbort);
+    second.finish();
     EXPECT_EQ(HostSim_AbortCallsInProgress(), 0u);
 }
 
-TEST_F(CleanupTest, AbortRegistrationsArePerThreadAndEndOnlyTheirOwn) {
-    CallInProgress first(raiseFlag);
-    CallInProgress second(raiseFlag);
-    EXPECT_EQ(HostSim_AbortRegistrationCount(), 2u);
-    // Ending "the" registration on this thread, which has none, leaves the others alone.
-    EXPECT_EQ(RTSetCleanupProc(nullptr, nullptr, kHostCleanupOnCallAbort), kHostNoError);
-    EXPECT_EQ(HostSim_AbortRegistrationCount(), 2u);
-    first.finish();
-    EXPECT_EQ(HostSim_AbortRegistrationCount(), 1u);
-    EXPECT_EQ(HostSim_AbortCallsInProgress(), 1u);
-    EXPECT_FALSE(first.aborted());
-    EXPECT_TRUE(second.aborted());
-}
-
-TEST_F(CleanupTest, SecondAbortRegistrationOfAThreadReplacesTheFirst) {
-    std::atomic<bool> first{false};
-    std::atomic<bool> second{false};
-    EXPECT_EQ(RTSetCleanupProc(raiseFlag, &first, kHostCleanupOnCallAbort), kHostNoError);
-    EXPECT_EQ(RTSetCleanupProc(raiseFlag, &second, kHostCleanupOnCallAbort), kHostNoError);
-    EXPECT_EQ(HostSim_AbortRegistrationCount(), 1u);
-    EXPECT_EQ(HostSim_AbortCallsInProgress(), 1u);
-    EXPECT_FALSE(first.load());
-    EXPECT_TRUE(second.load());
-    RTSetCleanupProc(nullptr, nullptr, kHostCleanupOnCallAbort);
-}
-
-// While an abort procedure runs, the call it belongs to must not be able to end its registration
-// (and leave the stack frame that holds the procedure's argument).
+// While an abort procedure runs, the call it belongs to must not be able to end its
+// registration (and leave the stack frame that holds the procedure's argument).
 std::atomic<CallInProgress*> gSlowCall{nullptr};
 std::atomic<bool> gEndedDuringAbort{false};
 std::thread gFinisher;

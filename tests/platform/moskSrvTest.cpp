@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <string>
 #include <thread>
 #include <vector>
 
@@ -24,57 +23,33 @@ protected:
     }
 };
 
-TEST_F(MoskSrvTest, ReserveAndReleaseALine) {
-    int32_t status = 0;
-    EXPECT_EQ(reserve(5, 3, &status), 0);
-    EXPECT_EQ(status, 0);
-    uint32_t owner = 0;
-    EXPECT_EQ(MoskSrvSim_IsLineReserved(3, &owner), 1);
-    EXPECT_EQ(owner, 5u);
-    EXPECT_EQ(release(5, 3, &status), 0);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(MoskSrvSim_IsLineReserved(3, nullptr), 0);
-    EXPECT_EQ(reserve(6, 3, &status), 0);  // free again for anyone
-    EXPECT_EQ(status, 0);
-}
-
-TEST_F(MoskSrvTest, LineReservedTwiceIsAnErrorWhoeverAsks) {
-    int32_t status = 0;
-    ASSERT_EQ(reserve(5, 3, &status), 0);
-    for (uint32_t device : {5u, 6u}) {
-        status = 0;
-        EXPECT_EQ(reserve(device, 3, &status), kMoskSrvStandInLineAlreadyReserved) << device;
-        EXPECT_EQ(status, kMoskSrvStandInLineAlreadyReserved);
-    }
-    uint32_t owner = 0;
-    EXPECT_EQ(MoskSrvSim_IsLineReserved(3, &owner), 1);
-    EXPECT_EQ(owner, 5u);
-    status = 0;
-    EXPECT_EQ(reserve(6, 4, &status), 0);  // other lines stay free
-    EXPECT_EQ(MoskSrvSim_ReservedLineCount(), 2u);
-}
-
-TEST_F(MoskSrvTest, ReleasingALineTheDeviceDoesNotHoldIsAnError) {
+// A line belongs to the first device that reserves it until that device releases it; anyone
+// else reserving it or releasing it is refused.
+TEST_F(MoskSrvTest, ALineIsHeldByOneDeviceUntilThatDeviceReleasesIt) {
     int32_t status = 0;
     EXPECT_EQ(release(5, 3, &status), kMoskSrvStandInLineNotReserved);
     EXPECT_EQ(status, kMoskSrvStandInLineNotReserved);
-
     status = 0;
-    ASSERT_EQ(reserve(5, 3, &status), 0);
+    EXPECT_EQ(reserve(5, 3, &status), 0);
+    EXPECT_EQ(status, 0);
+    for (uint32_t device : {5u, 6u}) {
+        EXPECT_EQ(reserve(device, 3, &status), kMoskSrvStandInLineAlreadyReserved) << device;
+        EXPECT_EQ(status, kMoskSrvStandInLineAlreadyReserved);
+        status = 0;
+    }
     EXPECT_EQ(release(6, 3, &status), kMoskSrvStandInLineNotReserved);
-    EXPECT_EQ(MoskSrvSim_IsLineReserved(3, nullptr), 1);  // still the first device's
+    status = 0;
+    uint32_t owner = 0;
+    EXPECT_EQ(MoskSrvSim_IsLineReserved(3, &owner), 1);
+    EXPECT_EQ(owner, 5u);
+    EXPECT_EQ(reserve(6, 4, &status), 0) << "other lines stay free";
+    EXPECT_EQ(MoskSrvSim_ReservedLineCount(), 2u);
+
+    EXPECT_EQ(release(5, 3, &status), 0);
+    EXPECT_EQ(MoskSrvSim_IsLineReserved(3, nullptr), 0);
+    EXPECT_EQ(reserve(6, 3, &status), 0) << "free again for anyone";
+    EXPECT_EQ(status, 0);
 }
-
-class UnknownAttributeTest : public MoskSrvTest, public ::testing::WithParamInterface<uint32_t> {};
-
-TEST_P(UnknownAttributeTest, IsReportedAndChangesNothing) {
-    int32_t status = 0;
-    EXPECT_EQ(MoskSrv_device_set32(5, GetParam(), 3, &status), kMoskSrvStandInUnknownAttribute);
-    EXPECT_EQ(status, kMoskSrvStandInUnknownAttribute);
-    EXPECT_EQ(MoskSrvSim_ReservedLineCount(), 0u);
-}
-
-INSTANTIATE_TEST_SUITE_P(Attributes, UnknownAttributeTest, ::testing::Values(0u, 30u, 33u, 0xFFFFFFFFu));
 
 struct MergeCase {
     int32_t before;
@@ -84,48 +59,45 @@ struct MergeCase {
 
 class MergeTest : public MoskSrvTest, public ::testing::WithParamInterface<MergeCase> {};
 
-TEST_P(MergeTest, OutcomeIsMergedIntoStatus) {
+// An injected report is the call's outcome, is merged into *status and changes nothing.
+TEST_P(MergeTest, InjectedOutcomeIsMergedIntoStatus) {
     const MergeCase c = GetParam();
     MoskSrvSim_ReportNext(c.reported);
     int32_t status = c.before;
-    EXPECT_EQ(reserve(5, 3, &status), c.reported);  // the call's own outcome
+    EXPECT_EQ(reserve(5, 3, &status), c.reported);
     EXPECT_EQ(status, c.after);
-    EXPECT_EQ(MoskSrvSim_ReservedLineCount(), 0u);  // an injected report changes nothing
+    EXPECT_EQ(MoskSrvSim_ReservedLineCount(), 0u);
 }
 
 INSTANTIATE_TEST_SUITE_P(MergeRule, MergeTest,
                          ::testing::Values(MergeCase{0, 0, 0}, MergeCase{0, 7, 7}, MergeCase{0, -5, -5},
                                            MergeCase{3, 0, 3}, MergeCase{3, 7, 3}, MergeCase{3, -5, -5},
-                                           MergeCase{-9, 0, -9}, MergeCase{-9, 7, -9}, MergeCase{-9, -5, -9}),
-                         [](const auto& info) {
-                             const auto name = [](int32_t code) {
-                                 return code < 0 ? "minus" + std::to_string(-code) : std::to_string(code);
-                             };
-                             return "held_" + name(info.param.before) + "_reported_" + name(info.param.reported);
-                         });
+                                           MergeCase{-9, 0, -9}, MergeCase{-9, 7, -9}, MergeCase{-9, -5, -9}));
 
-TEST_F(MoskSrvTest, RealOutcomesFollowTheMergeRuleToo) {
+TEST_F(MoskSrvTest, RealOutcomesFollowTheMergeRuleAndANullStatusOnlyLosesTheMerge) {
     int32_t status = -9;
     EXPECT_EQ(reserve(5, 3, &status), 0);
-    EXPECT_EQ(status, -9);
     EXPECT_EQ(reserve(5, 3, &status), kMoskSrvStandInLineAlreadyReserved);
     EXPECT_EQ(status, -9);
     status = 4;
     EXPECT_EQ(reserve(5, 3, &status), kMoskSrvStandInLineAlreadyReserved);
     EXPECT_EQ(status, kMoskSrvStandInLineAlreadyReserved);
+    EXPECT_EQ(reserve(6, 7, nullptr), 0);
+    EXPECT_EQ(reserve(6, 7, nullptr), kMoskSrvStandInLineAlreadyReserved);
 }
 
-TEST_F(MoskSrvTest, NullStatusOnlyLosesTheMerge) {
-    EXPECT_EQ(reserve(5, 3, nullptr), 0);
-    EXPECT_EQ(reserve(5, 3, nullptr), kMoskSrvStandInLineAlreadyReserved);
-}
-
-TEST_F(MoskSrvTest, RecordsTheCallsArguments) {
+TEST_F(MoskSrvTest, RecordsTheCallsArgumentsAndRefusesUnknownAttributes) {
     uint32_t device = 0, attribute = 0, value = 0;
     EXPECT_EQ(MoskSrvSim_LastCall(&device, &attribute, &value), 0);
     int32_t status = 0;
+    for (uint32_t unknown : {0u, 30u, 33u, 0xFFFFFFFFu}) {
+        EXPECT_EQ(MoskSrv_device_set32(5, unknown, 3, &status), kMoskSrvStandInUnknownAttribute) << unknown;
+        EXPECT_EQ(status, kMoskSrvStandInUnknownAttribute);
+        status = 0;
+    }
+    EXPECT_EQ(MoskSrvSim_ReservedLineCount(), 0u);
     release(0x0005, 0xFFFFFFFFu, &status);
-    EXPECT_EQ(MoskSrvSim_CallCount(), 1u);
+    EXPECT_EQ(MoskSrvSim_CallCount(), 5u);
     EXPECT_EQ(MoskSrvSim_LastCall(&device, &attribute, &value), 1);
     EXPECT_EQ(device, 0x0005u);
     EXPECT_EQ(attribute, static_cast<uint32_t>(kMoskSrvReleasePxiTriggerLine));
