@@ -36,21 +36,23 @@ extern "C" int32_t Quorvane_Open(const char* bitfile, const char* signature, con
         if (reserved < 0 || status == 0) status = reserved;
     }
 
+    // The record goes in before the cleanup procedure is handed to the Host. A program stop
+    // may run that procedure at once, on another thread; it must find the session registered,
+    // or it would close the handle and this open would then register a session that is gone.
+    if (status >= 0) {
+        const int32_t registered = RegisterSession(&handle, 0);
+        if (registered < 0) {
+            Quorvane_Close(handle, kCloseOnCleanup);
+            return registered;
+        }
+    }
     // Registered even when a reserve failed: the close below removes it again.
     if (registerCleanup(handle) == 0) {
         if (status >= 0) status = kStatusInternalError;
         Quorvane_Close(handle, kCloseOnCleanup);
         return status;
     }
-    if (status < 0) {
-        Quorvane_Close(handle, kCloseOnCleanup);
-        return status;
-    }
-    const int32_t registered = RegisterSession(&handle, 0);
-    if (registered < 0) {
-        Quorvane_Close(handle, kCloseOnCleanup);
-        return registered;
-    }
+    if (status < 0) Quorvane_Close(handle, kCloseOnCleanup);
     return status;
 }
 
