@@ -12,6 +12,7 @@
 #include "MoskSrv/_MoskHostDefs.h"
 #include "MoskSrv/tNoReallyCallIntoHostCallbacks.h"
 #include "Quorvane.h"
+#include "Quorvane/sessionFlags.h"
 #include "Quorvane/sessionRegistry.h"
 #include "moskshared/moskshared.h"
 #include "protons/cppNewDelete/memoryAllocation.h"
@@ -87,7 +88,7 @@ int32_t enumerateResources(uint32_t session, void** stringArray) noexcept {
 }  // namespace
 
 extern "C" int32_t Quorvane_GetResources(uint32_t session, void** stringArray) noexcept {
-    if (session & kQuorvaneSessionRefusedBit) return kStatusSessionRefused;
+    if (isRefusedSession(session)) return kStatusSessionRefused;
     if (hostBlock(stringArray) == nullptr) return kStatusInvalidArgument;
     tSharedLock shared(sessionRegistry().lock());
     return enumerateResources(session & ~kQuorvaneSessionFlagNibble, stringArray);

@@ -3,6 +3,7 @@
 #include "BrennDll.h"
 #include "ExternalEntryPoints/entryPointLocations.h"
 #include "Quorvane.h"
+#include "Quorvane/sessionFlags.h"
 #include "protons/status/stlStatus.h"
 
 using namespace quorvane;
@@ -31,6 +32,6 @@ extern "C" int32_t Quorvane_GetResourceName(uint32_t index, const char** name) n
 }
 
 extern "C" int32_t Quorvane_GetPeerToPeerFifoEndpoint(uint32_t session, uint32_t fifo, uint32_t* endpoint) noexcept {
-    if (session & kQuorvaneSessionRefusedBit) return kStatusSessionRefused;
-    return BrennDll_GetPeerToPeerFifoEndpoint(session | kQuorvaneResourceCallBit, fifo, endpoint);
+    if (isRefusedSession(session)) return kStatusSessionRefused;
+    return BrennDll_GetPeerToPeerFifoEndpoint(markedForResourceCall(session), fifo, endpoint);
 }

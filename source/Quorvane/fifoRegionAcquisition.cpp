@@ -6,6 +6,7 @@
 #include "MoskSrv/_MoskHostDefs.h"
 #include "Quorvane.h"
 #include "Quorvane/fifoRegionState.h"
+#include "Quorvane/sessionFlags.h"
 #include "Quorvane/sessionRegistry.h"
 #include "moskshared/moskshared.h"
 
@@ -125,7 +126,7 @@ tPass acquisitionPass(const tElementType& type, bool write, uint32_t session, ui
         return tPass::leave;
     }
     const tAcquireElements acquire = write ? type.write : type.read;
-    code = mergeStatus(code, acquire(session | kQuorvaneResourceCallBit, fifo, &elements, requested,
+    code = mergeStatus(code, acquire(markedForResourceCall(session), fifo, &elements, requested,
                                      RemainingTimeout(start, timeout), acquired, remaining));
     if (code == kStatusMustReleaseFirst) return tPass::retry;
     if (code == kStatusDriverTimeout && timeout == kInfiniteTimeout) return tPass::retry;
@@ -205,17 +206,17 @@ int32_t AcquireFifoRegion(bool write, uint32_t session, uint32_t fifo, uint32_t*
 }  // namespace
 
 extern "C" int32_t Quorvane_StartFifo(uint32_t session, uint32_t fifo) noexcept {
-    if (session & kQuorvaneSessionRefusedBit) return kStatusSessionRefused;
+    if (isRefusedSession(session)) return kStatusSessionRefused;
     const int32_t ensured = EnsureFifoRegionState(session, fifo);
     if (ensured < 0) return ensured;
-    return BrennDll_StartFifo(session | kQuorvaneResourceCallBit, fifo);
+    return BrennDll_StartFifo(markedForResourceCall(session), fifo);
 }
 
 extern "C" int32_t Quorvane_AcquireFifoReadRegionScalar(uint32_t session, uint32_t fifo, uint32_t* reference,
                                                         size_t elementsRequested, uint32_t elementType, uint32_t,
                                                         uint32_t timeout, size_t* elementsAcquired,
                                                         size_t* elementsRemaining) noexcept {
-    if (session & kQuorvaneSessionRefusedBit) return kStatusSessionRefused;
+    if (isRefusedSession(session)) return kStatusSessionRefused;
     return AcquireFifoRegion(false, session, fifo, reference, elementsRequested, elementType, timeout, elementsAcquired,
                              elementsRemaining);
 }
@@ -224,7 +225,7 @@ extern "C" int32_t Quorvane_AcquireFifoWriteRegionScalar(uint32_t session, uint3
                                                          size_t elementsRequested, uint32_t elementType, uint32_t,
                                                          uint32_t timeout, size_t* elementsAcquired,
                                                          size_t* elementsRemaining) noexcept {
-    if (session & kQuorvaneSessionRefusedBit) return kStatusSessionRefused;
+    if (isRefusedSession(session)) return kStatusSessionRefused;
     return AcquireFifoRegion(true, session, fifo, reference, elementsRequested, elementType, timeout, elementsAcquired,
                              elementsRemaining);
 }

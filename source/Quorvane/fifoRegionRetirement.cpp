@@ -2,6 +2,7 @@
 #include "BrennDll.h"
 #include "Quorvane.h"
 #include "Quorvane/fifoRegionState.h"
+#include "Quorvane/sessionFlags.h"
 #include "Quorvane/sessionRecord.h"
 
 namespace quorvane {
@@ -24,7 +25,7 @@ int32_t OnFifoRegionDeleted(void* record) noexcept {
     bool more;
     do {
         const FifoRegion& front = state.regions.front();
-        BrennDll_ReleaseFifoElements(front.session | kQuorvaneResourceCallBit, front.fifo, front.elementCount);
+        BrennDll_ReleaseFifoElements(markedForResourceCall(front.session), front.fifo, front.elementCount);
         state.regions.popFront();
         more = !state.regions.empty() && state.regions.front().released;
     } while (more);

@@ -3,6 +3,7 @@
 #include "BrennDll.h"
 #include "Quorvane.h"
 #include "Quorvane/fifoRegionState.h"
+#include "Quorvane/sessionFlags.h"
 #include "Quorvane/sessionRegistry.h"
 
 using namespace quorvane;
@@ -25,7 +26,7 @@ bool SessionHasOutstandingRegions(uint32_t session) noexcept {
 }
 
 int32_t guarded(uint32_t session, int32_t (*forward)(uint32_t)) noexcept {
-    if (session & kQuorvaneSessionRefusedBit) return kStatusSessionRefused;
+    if (isRefusedSession(session)) return kStatusSessionRefused;
     if (SessionHasOutstandingRegions(session)) return kStatusRegionsOutstanding;
     return forward(session);
 }

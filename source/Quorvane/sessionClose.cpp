@@ -12,6 +12,7 @@
 #include "HostRuntime.h"
 #include "Quorvane.h"
 #include "Quorvane/fifoRegionState.h"
+#include "Quorvane/sessionFlags.h"
 #include "Quorvane/sessionRegistry.h"
 
 using namespace quorvane;
@@ -85,7 +86,7 @@ void removeCleanup(uint32_t session) noexcept {
 }  // namespace
 
 extern "C" int32_t Quorvane_Close(uint32_t session, uint32_t attribute) noexcept {
-    if (session & kQuorvaneSessionRefusedBit) return kStatusSessionRefused;
+    if (isRefusedSession(session)) return kStatusSessionRefused;
     tSessionRegistry& registry = sessionRegistry();
     registry.lock().acquireExclusive();
     tSessionRecord* record = registry.find(session);
@@ -114,9 +115,9 @@ extern "C" int32_t Quorvane_Close(uint32_t session, uint32_t attribute) noexcept
 
 extern "C" int32_t Quorvane_OpenResource(uint32_t session, const char* name, uint32_t attribute,
                                          uint32_t* resourceSession) noexcept {
-    if (session & kQuorvaneSessionRefusedBit) return kStatusSessionRefused;
+    if (isRefusedSession(session)) return kStatusSessionRefused;
     if (resourceSession == nullptr) return kStatusInvalidArgument;
-    const int32_t opened = BrennDll_OpenResource(session | kQuorvaneResourceCallBit, name, attribute, resourceSession);
+    const int32_t opened = BrennDll_OpenResource(markedForResourceCall(session), name, attribute, resourceSession);
     if (opened < 0) return opened;
     const int32_t registered = RegisterSession(resourceSession, session);
     if (registered < 0) {
