@@ -3,6 +3,7 @@
 // sixteen acquisitions are one template each, stamped out per element type by
 // BRENN_FOR_EACH_ELEMENT_TYPE so that the types cannot drift apart.
 #include <limits>
+#include <type_traits>
 
 #include "BrennDll.h"
 #include "BrennSim.h"
@@ -12,6 +13,13 @@
 using namespace brenn::sim;
 
 namespace {
+
+// The Host's numeric type code of an element type: 1..4 signed, 5..8 unsigned, by size.
+template <typename T>
+constexpr uint32_t hostTypeCode() {
+    constexpr uint32_t bySize = sizeof(T) == 1 ? 1 : sizeof(T) == 2 ? 2 : sizeof(T) == 4 ? 3 : 4;
+    return std::is_signed_v<T> ? bySize : bySize + 4;
+}
 
 int32_t checkSession(uint32_t session) {
     return Target::instance().withSession(session, [](Session&) { return int32_t{0}; });
@@ -35,25 +43,23 @@ int32_t checkTransfer(uint32_t session, const void* data, size_t elementSize, si
     return !data && count != 0 ? kBrennSimInvalidArgument : 0;
 }
 
-int32_t readFifo(uint32_t session, uint32_t fifo, void* data, size_t elementSize, size_t count, uint32_t timeout,
+int32_t readFifo(uint32_t session, uint32_t fifo, void* data, ElementShape shape, size_t count, uint32_t timeout,
                  size_t* elementsRemaining) {
-    int32_t status = checkTransfer(session, data, elementSize, count);
+    int32_t status = checkTransfer(session, data, shape.bytes, count);
     if (status != 0) return status;
-    return withFifo(session, fifo,
-                    [&](SimFifo& f) { return f.read(data, elementSize, count, timeout, elementsRemaining); });
+    return withFifo(session, fifo, [&](SimFifo& f) { return f.read(data, shape, count, timeout, elementsRemaining); });
 }
 
-int32_t writeFifo(uint32_t session, uint32_t fifo, const void* data, size_t elementSize, size_t count, uint32_t timeout,
+int32_t writeFifo(uint32_t session, uint32_t fifo, const void* data, ElementShape shape, size_t count, uint32_t timeout,
                   size_t* elementsRemaining) {
-    int32_t status = checkTransfer(session, data, elementSize, count);
+    int32_t status = checkTransfer(session, data, shape.bytes, count);
     if (status != 0) return status;
-    return withFifo(session, fifo,
-                    [&](SimFifo& f) { return f.write(data, elementSize, count, timeout, elementsRemaining); });
+    return withFifo(session, fifo, [&](SimFifo& f) { return f.write(data, shape, count, timeout, elementsRemaining); });
 }
 
 template <typename T>
-int32_t acquireElements(FifoDirection direction, uint32_t session, uint32_t fifo, T** elements, size_t requested,
-                        uint32_t timeout, size_t* elementsAcquired, size_t* elementsRemaining) {
+int32_t acquireElements(uint32_t typeCode, FifoDirection direction, uint32_t session, uint32_t fifo, T** elements,
+                        size_t requested, uint32_t timeout, size_t* elementsAcquired, size_t* elementsRemaining) {
     int32_t status = checkSession(session);
     if (status != 0) return status;
     if (!elements) return kBrennSimInvalidArgument;
@@ -61,8 +67,8 @@ int32_t acquireElements(FifoDirection direction, uint32_t session, uint32_t fifo
     if (elementsAcquired) *elementsAcquired = 0;
     return withFifo(session, fifo, [&](SimFifo& f) {
         void* first = nullptr;
-        int32_t result =
-            f.acquire(direction, sizeof(T), &first, requested, timeout, elementsAcquired, elementsRemaining);
+        int32_t result = f.acquire(direction, ElementShape{sizeof(T), typeCode}, &first, requested, timeout,
+                                   elementsAcquired, elementsRemaining);
         if (result == 0) *elements = static_cast<T*>(first);
         return result;
     });
@@ -110,48 +116,58 @@ int32_t BrennDll_StopFifo(uint32_t session, uint32_t fifo) {
     int32_t BrennDll_ReadFifo##T(uint32_t session, uint32_t fifo, t* data, size_t count, uint32_t timeout,             \
                                  size_t* elementsRemaining) {                                                          \
         return call(__func__, args(session, fifo, data, count, timeout, elementsRemaining), outs(elementsRemaining),   \
-                    [&] { return readFifo(session, fifo, data, sizeof(t), count, timeout, elementsRemaining); });      \
+                    [&] {                                                                                              \
+                        return readFifo(session, fifo, data, ElementShape{sizeof(t), hostTypeCode<t>()}, count,        \
+                                        timeout, elementsRemaining);                                                   \
+                    });                                                                                                \
     }                                                                                                                  \
     int32_t BrennDll_WriteFifo##T(uint32_t session, uint32_t fifo, const t* data, size_t count, uint32_t timeout,      \
                                   size_t* elementsRemaining) {                                                         \
         return call(__func__, args(session, fifo, data, count, timeout, elementsRemaining), outs(elementsRemaining),   \
-                    [&] { return writeFifo(session, fifo, data, sizeof(t), count, timeout, elementsRemaining); });     \
+                    [&] {                                                                                              \
+                        return writeFifo(session, fifo, data, ElementShape{sizeof(t), hostTypeCode<t>()}, count,       \
+                                         timeout, elementsRemaining);                                                  \
+                    });                                                                                                \
     }                                                                                                                  \
     int32_t BrennDll_AcquireFifoReadElements##T(uint32_t session, uint32_t fifo, t** elements,                         \
                                                 size_t elementsRequested, uint32_t timeout, size_t* elementsAcquired,  \
                                                 size_t* elementsRemaining) {                                           \
-        return call(__func__,                                                                                          \
-                    args(session, fifo, elements, elementsRequested, timeout, elementsAcquired, elementsRemaining),    \
-                    outs(elementsAcquired, elementsRemaining), [&] {                                                   \
-                        return acquireElements(FifoDirection::TargetToHost, session, fifo, elements,                   \
-                                               elementsRequested, timeout, elementsAcquired, elementsRemaining);       \
-                    });                                                                                                \
+        return call(                                                                                                   \
+            __func__, args(session, fifo, elements, elementsRequested, timeout, elementsAcquired, elementsRemaining),  \
+            outs(elementsAcquired, elementsRemaining), [&] {                                                           \
+                return acquireElements(hostTypeCode<t>(), FifoDirection::TargetToHost, session, fifo, elements,        \
+                                       elementsRequested, timeout, elementsAcquired, elementsRemaining);               \
+            });                                                                                                        \
     }                                                                                                                  \
     int32_t BrennDll_AcquireFifoWriteElements##T(uint32_t session, uint32_t fifo, t** elements,                        \
                                                  size_t elementsRequested, uint32_t timeout, size_t* elementsAcquired, \
                                                  size_t* elementsRemaining) {                                          \
-        return call(__func__,                                                                                          \
-                    args(session, fifo, elements, elementsRequested, timeout, elementsAcquired, elementsRemaining),    \
-                    outs(elementsAcquired, elementsRemaining), [&] {                                                   \
-                        return acquireElements(FifoDirection::HostToTarget, session, fifo, elements,                   \
-                                               elementsRequested, timeout, elementsAcquired, elementsRemaining);       \
-                    });                                                                                                \
+        return call(                                                                                                   \
+            __func__, args(session, fifo, elements, elementsRequested, timeout, elementsAcquired, elementsRemaining),  \
+            outs(elementsAcquired, elementsRemaining), [&] {                                                           \
+                return acquireElements(hostTypeCode<t>(), FifoDirection::HostToTarget, session, fifo, elements,        \
+                                       elementsRequested, timeout, elementsAcquired, elementsRemaining);               \
+            });                                                                                                        \
     }
 BRENN_FOR_EACH_ELEMENT_TYPE(BRENN_DEFINE_FIFO_FUNCTIONS)
 #undef BRENN_DEFINE_FIFO_FUNCTIONS
 
 int32_t BrennDll_ReadFifoComposite(uint32_t session, uint32_t fifo, void* data, uint32_t bytesPerElement, size_t count,
                                    uint32_t timeout, size_t* elementsRemaining) {
-    return call(__func__, args(session, fifo, data, bytesPerElement, count, timeout, elementsRemaining),
-                outs(elementsRemaining),
-                [&] { return readFifo(session, fifo, data, bytesPerElement, count, timeout, elementsRemaining); });
+    return call(
+        __func__, args(session, fifo, data, bytesPerElement, count, timeout, elementsRemaining),
+        outs(elementsRemaining), [&] {
+            return readFifo(session, fifo, data, ElementShape{bytesPerElement, 0}, count, timeout, elementsRemaining);
+        });
 }
 
 int32_t BrennDll_WriteFifoComposite(uint32_t session, uint32_t fifo, const void* data, uint32_t bytesPerElement,
                                     size_t count, uint32_t timeout, size_t* elementsRemaining) {
-    return call(__func__, args(session, fifo, data, bytesPerElement, count, timeout, elementsRemaining),
-                outs(elementsRemaining),
-                [&] { return writeFifo(session, fifo, data, bytesPerElement, count, timeout, elementsRemaining); });
+    return call(
+        __func__, args(session, fifo, data, bytesPerElement, count, timeout, elementsRemaining),
+        outs(elementsRemaining), [&] {
+            return writeFifo(session, fifo, data, ElementShape{bytesPerElement, 0}, count, timeout, elementsRemaining);
+        });
 }
 
 int32_t BrennDll_ReleaseFifoElements(uint32_t session, uint32_t fifo, size_t elements) {

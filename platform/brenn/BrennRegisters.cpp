@@ -1,6 +1,8 @@
 // Register and 32-bit array access of the simulated target. Each session has its own register
 // space (SimRegisterSpace.h); an array of 32-bit elements at `reg` occupies bytes
-// reg .. reg + 4 * count - 1, so it can be seen element by element through ReadU32.
+// reg .. reg + 4 * count - 1, so it can be seen element by element through ReadU32. A target
+// that declares its registers refuses an access outside them, and a scalar write to a register
+// that the target wires to interrupts raises them.
 #include "BrennDll.h"
 #include "BrennSim.h"
 #include "SimCall.h"
@@ -14,6 +16,7 @@ template <typename T>
 int32_t readRegister(uint32_t session, uint32_t reg, T* value) {
     return Target::instance().withSession(session, [&](Session& open) {
         if (!value) return int32_t{kBrennSimInvalidArgument};
+        if (!open.target->allowsAccess(reg, sizeof(T))) return int32_t{kBrennSimInvalidArgument};
         *value = open.registers.readValue<T>(reg);
         return int32_t{0};
     });
@@ -21,13 +24,30 @@ int32_t readRegister(uint32_t session, uint32_t reg, T* value) {
 
 template <typename T>
 int32_t writeRegister(uint32_t session, uint32_t reg, T value) {
-    return Target::instance().withSession(session, [&](Session& open) {
+    uint32_t raised = 0;
+    int32_t status = Target::instance().withSession(session, [&](Session& open) {
+        if (!open.target->allowsAccess(reg, sizeof(T))) return int32_t{kBrennSimInvalidArgument};
         open.registers.writeValue<T>(reg, value);
+        raised = open.target->irqsOnWrite(reg, value);
         return int32_t{0};
     });
+    // Raised after the table mutex is let go, like every other wake-up.
+    if (status == 0 && raised != 0) {
+        if (std::shared_ptr<SimIrqs> irqLines = findIrqs(session)) irqLines->raise(raised);
+    }
+    return status;
 }
 
 constexpr uint32_t kArrayElementBytes = 4;
+
+bool allowsArray(const Session& open, uint32_t reg, size_t count) {
+    for (size_t i = 0; i < count; ++i) {
+        if (!open.target->allowsAccess(static_cast<uint32_t>(reg + i * kArrayElementBytes), kArrayElementBytes)) {
+            return false;
+        }
+    }
+    return true;
+}
 
 // For the unlogged test access: 1 when the session is open and fn ran, else 0.
 template <typename Fn>
@@ -64,15 +84,7 @@ int32_t BrennDll_WriteU16(uint32_t session, uint32_t reg, uint16_t value) {
 }
 
 int32_t BrennDll_WriteU32(uint32_t session, uint32_t reg, uint32_t value) {
-    return call(__func__, args(session, reg, value), outs(), [&] {
-        int32_t status = writeRegister(session, reg, value);
-        // The simulated FPGA logic turns this register into interrupts; raised after the
-        // table mutex is let go, like every other wake-up.
-        if (status == 0 && reg == kBrennSimIrqRegister) {
-            if (std::shared_ptr<SimIrqs> irqLines = findIrqs(session)) irqLines->raise(value);
-        }
-        return status;
-    });
+    return call(__func__, args(session, reg, value), outs(), [&] { return writeRegister(session, reg, value); });
 }
 
 int32_t BrennDll_WriteU64(uint32_t session, uint32_t reg, uint64_t value) {
@@ -83,6 +95,7 @@ int32_t BrennDll_ReadArrayU32(uint32_t session, uint32_t reg, uint32_t* array, s
     return call(__func__, args(session, reg, array, count), outs(), [&] {
         return Target::instance().withSession(session, [&](Session& open) {
             if (!array && count != 0) return int32_t{kBrennSimInvalidArgument};
+            if (!allowsArray(open, reg, count)) return int32_t{kBrennSimInvalidArgument};
             for (size_t i = 0; i < count; ++i) {
                 array[i] = open.registers.readValue<uint32_t>(static_cast<uint32_t>(reg + i * kArrayElementBytes));
             }
@@ -95,6 +108,7 @@ int32_t BrennDll_WriteArrayU32(uint32_t session, uint32_t reg, const uint32_t* a
     return call(__func__, args(session, reg, array, count), outs(), [&] {
         return Target::instance().withSession(session, [&](Session& open) {
             if (!array && count != 0) return int32_t{kBrennSimInvalidArgument};
+            if (!allowsArray(open, reg, count)) return int32_t{kBrennSimInvalidArgument};
             for (size_t i = 0; i < count; ++i) {
                 open.registers.writeValue<uint32_t>(static_cast<uint32_t>(reg + i * kArrayElementBytes), array[i]);
             }

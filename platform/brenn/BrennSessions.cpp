@@ -1,5 +1,9 @@
 // Sessions of the simulated target: open, resource sessions, close, IRQ context reservation
 // and the whole-target operations (reset, download, run, abort).
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
 #include "BrennDll.h"
 #include "BrennSim.h"
 #include "SimCall.h"
@@ -21,12 +25,23 @@ int32_t BrennDll_Open(const char* bitfile, const char* signature, const char* re
                       uint32_t* session) {
     return call(__func__, args(bitfile, signature, resource, attribute, session), outs(session), [&] {
         if (!session) return int32_t{kBrennSimInvalidArgument};
-        // Copied before the lock is taken so that the lock is held only for the table update.
+        // Read before the lock is taken so that the lock is held only for the table update.
+        std::string error;
+        std::shared_ptr<const TargetDescription> target = loadTarget(bitfile, error);
+        if (!target) {
+            // The one place the stand-in talks: whoever opened a broken description needs to
+            // know which line to fix, and a status code cannot say that.
+            std::fprintf(stderr, "libBrenn: %s\n", error.c_str());
+            return int32_t{kBrennSimBadTargetDescription};
+        }
         std::string bitfileCopy = copyOrEmpty(bitfile);
         std::string signatureCopy = copyOrEmpty(signature);
         std::string resourceCopy = copyOrEmpty(resource);
         *session = Target::instance().withState([&](TargetState& state) {
-            Session& opened = state.open(0);
+            Session& opened = state.open(0, target);
+            for (const std::string& name : target->resources) {
+                opened.resourceIndexes.push_back(state.resources.intern(name));
+            }
             opened.bitfile = std::move(bitfileCopy);
             opened.signature = std::move(signatureCopy);
             opened.resource = std::move(resourceCopy);
@@ -44,7 +59,10 @@ int32_t BrennDll_OpenResource(uint32_t session, const char* name, uint32_t attri
         return Target::instance().withState([&](TargetState& state) {
             Session* parent = state.find(session);
             if (!parent) return int32_t{kBrennSimInvalidSession};
-            Session& opened = state.open(parent->handle);
+            if (!parent->target->undeclaredAllowed && !parent->target->declaresResource(nameCopy)) {
+                return int32_t{kBrennSimInvalidArgument};
+            }
+            Session& opened = state.open(parent->handle, parent->target);
             opened.resource = std::move(nameCopy);
             opened.attribute = attribute;
             *resourceSession = opened.handle;
@@ -89,13 +107,21 @@ int32_t BrennDll_ReserveIrqContext(uint32_t session, void** context) {
 }
 
 int32_t BrennDll_Reset(uint32_t session) {
-    return call(__func__, args(session), outs(),
-                [&] { return Target::instance().withSession(session, [](Session&) { return int32_t{0}; }); });
+    return call(__func__, args(session), outs(), [&] {
+        return Target::instance().withSession(session, [](Session& open) {
+            applyResetValues(open);
+            return int32_t{0};
+        });
+    });
 }
 
 int32_t BrennDll_Download(uint32_t session) {
-    return call(__func__, args(session), outs(),
-                [&] { return Target::instance().withSession(session, [](Session&) { return int32_t{0}; }); });
+    return call(__func__, args(session), outs(), [&] {
+        return Target::instance().withSession(session, [](Session& open) {
+            applyResetValues(open);
+            return int32_t{0};
+        });
+    });
 }
 
 int32_t BrennDll_Run(uint32_t session, uint32_t attribute) {
@@ -128,6 +154,49 @@ uint32_t BrennSim_IrqContextsReserved(uint32_t session) {
     return Target::instance().withState([&](TargetState& state) {
         Session* open = state.find(session);
         return open ? open->irqContextsReserved : 0u;
+    });
+}
+
+size_t BrennSim_DescribeFifos(uint32_t session, BrennSimFifoInfo* infos, size_t capacity) {
+    if (!infos) capacity = 0;
+    return Target::instance().withState([&](TargetState& state) {
+        Session* open = state.find(session);
+        if (!open) return size_t{0};
+        const std::vector<FifoSpec>& fifos = open->target->fifos;
+        for (size_t i = 0; i < std::min(capacity, fifos.size()); ++i) {
+            const FifoSpec& spec = fifos[i];
+            BrennSimFifoInfo info{};
+            info.fifo = spec.number;
+            info.direction = spec.direction == FifoDirection::TargetToHost ? kBrennSimToHost : kBrennSimToTarget;
+            info.elementType = spec.elementType;
+            info.elementBytes = static_cast<uint32_t>(spec.elementBytes);
+            info.depth = spec.depth;
+            info.rate = spec.rate;
+            info.patternStart = spec.patternStart;
+            info.patternStep = spec.patternStep;
+            std::strncpy(info.name, spec.name.c_str(), sizeof info.name - 1);
+            infos[i] = info;
+        }
+        return fifos.size();
+    });
+}
+
+int BrennSim_TargetName(uint32_t session, char* name, size_t capacity) {
+    return Target::instance().withState([&](TargetState& state) {
+        Session* open = state.find(session);
+        if (!open || !name || capacity == 0) return 0;
+        const std::string& title = open->target->title;
+        const size_t length = std::min(capacity - 1, title.size());
+        std::memcpy(name, title.data(), length);
+        name[length] = '\0';
+        return 1;
+    });
+}
+
+int BrennSim_AllowsUndeclared(uint32_t session) {
+    return Target::instance().withState([&](TargetState& state) {
+        Session* open = state.find(session);
+        return open && open->target->undeclaredAllowed ? 1 : 0;
     });
 }
 

@@ -40,18 +40,23 @@
  * closing that parent leaves its resource sessions open (so a caller that forgets to close one
  * is seen in BrennSim_OpenSessionCount).
  *
- * FIFOs. A FIFO of a session exists from its first use and is forgotten when the session
- * closes. Its element size is the size of the type of the first function that moved data
- * through it (composite functions: bytesPerElement); a call with another size answers
- * kBrennSimInvalidArgument. Its direction is fixed by the first read or write: reading makes it
- * target-to-host, writing host-to-target, and the other direction is refused the same way.
+ * FIFOs. A FIFO that the session's target declares (see "target descriptions" below) has the
+ * declared element type, direction, depth, rate and pattern from the start; a call with another
+ * element type (or, for composite functions, another size) or direction answers
+ * kBrennSimInvalidArgument. A FIFO the target does not declare (allowed on the default target)
+ * exists from its first use. Its element size is the size of the type of the first function
+ * that moved data through it (composite functions: bytesPerElement); a call with another size
+ * answers kBrennSimInvalidArgument. Its direction is fixed by the first read or write: reading
+ * makes it target-to-host, writing host-to-target, and the other direction is refused the same
+ * way. Either kind is forgotten when the session closes.
  * Depth: kBrennSimDefaultFifoDepth elements until BrennDll_ConfigureFifo/ConfigureFifo2 set
  * another (at most kBrennSimMaxFifoDepth and 64 MiB; 0 is refused), which is possible only
  * while no element is lent out (else kBrennMustReleaseFirst).
  *   The FPGA side follows a counter pattern: element i of a FIFO (counted from its creation)
- * holds the little-endian bytes of i, truncated to the element size (zero beyond 8 bytes).
- * While it runs (the default) it keeps a target-to-host FIFO full and drains a host-to-target
- * FIFO at once, counting every element that breaks the pattern.
+ * holds the little-endian bytes of start + i * step, truncated to the element size (zero beyond
+ * 8 bytes); start 0 and step 1 unless the description says otherwise. While it runs (the
+ * default) it keeps a target-to-host FIFO full and drains a host-to-target FIFO at once (or at
+ * the declared rate), counting every element that breaks the pattern.
  *   Copying transfers (ReadFifoT/WriteFifoT/Composite) wait up to `timeout` milliseconds
  * (0: no wait, 0xFFFFFFFF: no limit) until the whole transfer fits, and answer kBrennTimeout
  * when it runs out, having moved nothing; a transfer longer than the depth moves in pieces of
@@ -66,9 +71,10 @@
  * out-of-order release; n above all that is lent changes nothing, counts an excess release and
  * answers kBrennSimInvalidArgument. A released write region is drained and checked.
  *
- * Interrupts. BrennDll_WriteU32 of value v to register kBrennSimIrqRegister asserts the IRQ
- * bits v of that session (the value is also stored like any other register);
- * BrennSim_RaiseIrqs does the same without a logged call. Bits stay asserted until
+ * Interrupts. The target description says which register writes and which FIFOs raise which
+ * IRQs. On the default target a write of value v to register kBrennSimIrqRegister asserts the
+ * IRQ bits v of that session (the value is also stored like any other register); array writes
+ * raise nothing. BrennSim_RaiseIrqs asserts bits without a logged call. Bits stay asserted until
  * BrennDll_AcknowledgeIrqs clears them. BrennDll_WaitOnIrqs waits up to its time-out for any
  * requested bit and reports the requested bits that are asserted, or timedOut 1.
  * Closing a session wakes its blocked callers, who answer kBrennSimInvalidSession.
@@ -180,6 +186,44 @@ int BrennSim_RaiseIrqs(uint32_t session, uint32_t bits);
  * logged. Both answer 1, or 0 when the session is not open or `bytes` is null. */
 int BrennSim_PeekRegisters(uint32_t session, uint32_t reg, void* bytes, size_t size);
 int BrennSim_PokeRegisters(uint32_t session, uint32_t reg, const void* bytes, size_t size);
+
+/* ---- target descriptions --------------------------------------------------------------
+ * BrennDll_Open loads the target description that its bitfile argument names (the format is
+ * documented in platform/brenn/TargetDescription.md). A bitfile that is null, empty or names
+ * no file opens the built-in default target. A file that is not a description, or a
+ * description with an error, makes the open fail with kBrennSimBadTargetDescription, and one
+ * line on standard error says why. */
+enum { kBrennSimBadTargetDescription = -63103 };
+
+enum { kBrennSimToHost = 1, kBrennSimToTarget = 2 };
+
+/* A FIFO the target declares. Element type codes are those of the Host's numeric types (1 I8,
+ * 2 I16, 3 I32, 4 I64, 5 U8, 6 U16, 7 U32, 8 U64). The FPGA side's pattern: element i holds
+ * the little-endian bytes of patternStart + i * patternStep (modulo 2^64), cut to the element
+ * size. rate: elements per second the FPGA side moves at most; 0 when it keeps up with any
+ * host. */
+typedef struct BrennSimFifoInfo {
+    uint32_t fifo;
+    uint32_t direction;   /* kBrennSimToHost or kBrennSimToTarget */
+    uint32_t elementType; /* 1..8 */
+    uint32_t elementBytes;
+    uint64_t depth;
+    uint64_t rate;
+    uint64_t patternStart;
+    uint64_t patternStep;
+    char name[64];
+} BrennSimFifoInfo;
+
+/* The FIFOs that the target of `session` declares, in the order of its description: fills up
+ * to `capacity` entries of `infos` (which may be null when capacity is 0) and answers how many
+ * it declares; 0 when the session is not open. */
+size_t BrennSim_DescribeFifos(uint32_t session, BrennSimFifoInfo* infos, size_t capacity);
+/* The name of the target of `session` into `name` (cut to capacity, always terminated): 1, or
+ * 0 when the session is not open. */
+int BrennSim_TargetName(uint32_t session, char* name, size_t capacity);
+/* 1 when the target of `session` makes FIFOs and registers it does not declare on first use
+ * (the default target does), 0 when it refuses them or the session is not open. */
+int BrennSim_AllowsUndeclared(uint32_t session);
 
 #ifdef __cplusplus
 }

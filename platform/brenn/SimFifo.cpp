@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cstring>
 
 #include "BrennDll.h"
@@ -35,16 +36,33 @@ void count(uint64_t& mine, std::atomic<uint64_t>& total, uint64_t amount) noexce
 
 }  // namespace
 
-void fillPattern(uint8_t* element, size_t elementSize, uint64_t index) noexcept {
-    for (size_t k = 0; k < elementSize; ++k) element[k] = k < 8 ? static_cast<uint8_t>(index >> (8 * k)) : 0;
+// The pattern is defined on little-endian bytes, which on this host are the value's own.
+static_assert(std::endian::native == std::endian::little);
+
+void fillPattern(uint8_t* element, size_t elementSize, uint64_t value) noexcept {
+    std::memcpy(element, &value, std::min<size_t>(elementSize, 8));
+    if (elementSize > 8) std::memset(element + 8, 0, elementSize - 8);
 }
 
-bool matchesPattern(const uint8_t* element, size_t elementSize, uint64_t index) noexcept {
-    for (size_t k = 0; k < elementSize; ++k) {
-        if (element[k] != (k < 8 ? static_cast<uint8_t>(index >> (8 * k)) : 0)) return false;
+bool matchesPattern(const uint8_t* element, size_t elementSize, uint64_t value) noexcept {
+    if (std::memcmp(element, &value, std::min<size_t>(elementSize, 8)) != 0) return false;
+    for (size_t k = 8; k < elementSize; ++k) {
+        if (element[k] != 0) return false;
     }
     return true;
 }
+
+SimFifo::SimFifo(const FifoSpec& spec, std::shared_ptr<SimIrqs> irqs)
+    : direction_(spec.direction),
+      elementSize_(spec.elementBytes),
+      depth_(spec.depth),
+      declared_(true),
+      typeCode_(spec.elementType),
+      patternStart_(spec.patternStart),
+      patternStep_(spec.patternStep),
+      rate_(spec.rate),
+      irqSpecs_(spec.irqs),
+      irqs_(std::move(irqs)) {}
 
 BrennSimFifoStats totalFifoStats() noexcept {
     Totals& t = totals();
@@ -87,39 +105,68 @@ uint8_t* SimFifo::slot(uint64_t position) {
 }
 
 void SimFifo::produce(size_t elements) {
-    for (size_t i = 0; i < elements; ++i, ++fpga_) fillPattern(slot(fpga_), elementSize_, fpga_);
+    const uint64_t before = fpga_;
+    for (size_t i = 0; i < elements; ++i, ++fpga_) fillPattern(slot(fpga_), elementSize_, patternValue(fpga_));
+    raiseFifoIrqs(before);
 }
 
 void SimFifo::consume(size_t elements) {
+    const uint64_t before = fpga_;
     for (size_t i = 0; i < elements; ++i, ++fpga_) {
-        if (!matchesPattern(slot(fpga_), elementSize_, fpga_)) count(stats_.patternErrors, totals().patternErrors, 1);
+        if (!matchesPattern(slot(fpga_), elementSize_, patternValue(fpga_))) {
+            count(stats_.patternErrors, totals().patternErrors, 1);
+        }
     }
+    raiseFifoIrqs(before);
+}
+
+// Each interrupt of the FIFO fires when the FPGA side's count passes another multiple of its
+// period. The lines have their own mutex, never held while a FIFO is locked.
+void SimFifo::raiseFifoIrqs(uint64_t before) {
+    for (const FifoIrq& irq : irqSpecs_) {
+        if (before / irq.every != fpga_ / irq.every) irqs_->raise(uint32_t{1} << irq.bit);
+    }
+}
+
+size_t SimFifo::fpgaBudget(size_t wanted) const {
+    if (rate_ == 0) return wanted;
+    const auto elapsed =
+        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - started_);
+    const auto allowed =
+        static_cast<unsigned __int128>(rate_) * static_cast<uint64_t>(elapsed.count()) / 1'000'000'000u;
+    if (allowed <= fpga_) return 0;
+    return static_cast<size_t>(std::min<unsigned __int128>(wanted, allowed - fpga_));
 }
 
 void SimFifo::runFpga() {
     if (!fpgaRunning_ || buffer_.empty()) return;
-    if (direction_ == FifoDirection::TargetToHost) produce(fpgaRoom());
-    if (direction_ == FifoDirection::HostToTarget) consume(fpgaPending());
+    if (direction_ == FifoDirection::TargetToHost) produce(fpgaBudget(fpgaRoom()));
+    if (direction_ == FifoDirection::HostToTarget) consume(fpgaBudget(fpgaPending()));
 }
 
-// The first use fixes the element size and allocates the ring; the first directed use fixes
-// the direction and sets the FPGA side going.
-int32_t SimFifo::establish(FifoDirection direction, size_t elementSize) {
+// The first use allocates the ring and sets the FPGA side going. For an undeclared FIFO it
+// also fixes the element size and the direction; a declared one has them from the start and
+// takes only calls of its own element type.
+int32_t SimFifo::establish(FifoDirection direction, ElementShape shape) {
     if (closed_) return kBrennSimInvalidSession;
-    if (elementSize == 0) return kBrennSimInvalidArgument;
+    if (shape.bytes == 0) return kBrennSimInvalidArgument;
+    if (declared_ && shape.typeCode != 0 && shape.typeCode != typeCode_) return kBrennSimInvalidArgument;
     if (elementSize_ == 0) {
-        if (elementSize > kMaxFifoBytes) return kBrennSimInvalidArgument;
-        depth_ = std::max<size_t>(1, std::min(depth_, kMaxFifoBytes / elementSize));
-        buffer_.assign(depth_ * elementSize, 0);
-        elementSize_ = elementSize;
-    } else if (elementSize != elementSize_) {
+        if (shape.bytes > kMaxFifoBytes) return kBrennSimInvalidArgument;
+        elementSize_ = shape.bytes;
+    } else if (shape.bytes != elementSize_) {
         return kBrennSimInvalidArgument;
     }
     if (direction_ == FifoDirection::Unknown) {
         direction_ = direction;
-        runFpga();
     } else if (direction_ != direction) {
         return kBrennSimInvalidArgument;
+    }
+    if (buffer_.empty()) {
+        depth_ = std::max<size_t>(1, std::min(depth_, kMaxFifoBytes / elementSize_));
+        buffer_.assign(depth_ * elementSize_, 0);
+        started_ = std::chrono::steady_clock::now();
+        runFpga();
     }
     return 0;
 }
@@ -128,12 +175,25 @@ template <typename Ready>
 int32_t SimFifo::waitUntil(Lock& lock, const Deadline& deadline, Ready&& ready) {
     for (;;) {
         if (closed_) return kBrennSimInvalidSession;
+        if (rate_ != 0) runFpga();
         int32_t verdict = ready();
         if (verdict <= 0) return verdict;  // 0 go on, negative: give up with that answer
+        if (rate_ != 0) {
+            // A paced FPGA side moves with time, not with calls: look again after roughly one
+            // element's time (between 1 and 100 ms), or at the deadline.
+            const auto tick =
+                std::chrono::nanoseconds(std::clamp<uint64_t>(1'000'000'000u / rate_, 1'000'000u, 100'000'000u));
+            const auto wake = std::chrono::steady_clock::now() + tick;
+            if (deadline.unlimited() || wake < deadline.at()) {
+                changed_.wait_until(lock, wake);
+                continue;
+            }
+        }
         if (deadline.unlimited()) {
             changed_.wait(lock);
         } else if (changed_.wait_until(lock, deadline.at()) == std::cv_status::timeout) {
             if (closed_) return kBrennSimInvalidSession;
+            if (rate_ != 0) runFpga();
             verdict = ready();
             return verdict <= 0 ? verdict : int32_t{kBrennTimeout};
         }
@@ -164,10 +224,10 @@ void SimFifo::copyIn(const void* data, size_t elements) {
 
 // ---- host side ---------------------------------------------------------------------------
 
-int32_t SimFifo::read(void* data, size_t elementSize, size_t elements, uint32_t timeout, size_t* remaining) {
+int32_t SimFifo::read(void* data, ElementShape shape, size_t elements, uint32_t timeout, size_t* remaining) {
     Deadline deadline(timeout);
     Lock lock(mutex_);
-    int32_t status = establish(FifoDirection::TargetToHost, elementSize);
+    int32_t status = establish(FifoDirection::TargetToHost, shape);
     if (status != 0) return status;
     if (!regions_.empty()) return kBrennMustReleaseFirst;
     for (size_t done = 0; done < elements && status == 0;) {
@@ -184,10 +244,10 @@ int32_t SimFifo::read(void* data, size_t elementSize, size_t elements, uint32_t 
     return status;
 }
 
-int32_t SimFifo::write(const void* data, size_t elementSize, size_t elements, uint32_t timeout, size_t* remaining) {
+int32_t SimFifo::write(const void* data, ElementShape shape, size_t elements, uint32_t timeout, size_t* remaining) {
     Deadline deadline(timeout);
     Lock lock(mutex_);
-    int32_t status = establish(FifoDirection::HostToTarget, elementSize);
+    int32_t status = establish(FifoDirection::HostToTarget, shape);
     if (status != 0) return status;
     if (!regions_.empty()) return kBrennMustReleaseFirst;
     for (size_t done = 0; done < elements && status == 0;) {
@@ -204,11 +264,11 @@ int32_t SimFifo::write(const void* data, size_t elementSize, size_t elements, ui
     return status;
 }
 
-int32_t SimFifo::acquire(FifoDirection direction, size_t elementSize, void** elements, size_t requested,
+int32_t SimFifo::acquire(FifoDirection direction, ElementShape shape, void** elements, size_t requested,
                          uint32_t timeout, size_t* acquired, size_t* remaining) {
     Deadline deadline(timeout);
     Lock lock(mutex_);
-    int32_t status = establish(direction, elementSize);
+    int32_t status = establish(direction, shape);
     if (status != 0) return status;
     size_t lend = 0;
     if (requested != 0) {
@@ -379,6 +439,11 @@ std::shared_ptr<SimFifo> findFifo(uint32_t session, uint32_t fifo, bool create, 
         auto existing = open.fifos.find(fifo);
         if (existing != open.fifos.end()) {
             found = existing->second;
+        } else if (const FifoSpec* spec = open.target->findFifo(fifo)) {
+            // A declared FIFO exists from the start, whoever asks first.
+            found = open.fifos.emplace(fifo, std::make_shared<SimFifo>(*spec, open.irqs)).first->second;
+        } else if (!open.target->undeclaredAllowed) {
+            return int32_t{kBrennSimInvalidArgument};
         } else if (create) {
             found = open.fifos.emplace(fifo, std::make_shared<SimFifo>()).first->second;
         }

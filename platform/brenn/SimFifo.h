@@ -25,15 +25,16 @@
 #include <vector>
 
 #include "BrennSim.h"
+#include "TargetDescription.h"
 
 namespace brenn::sim {
+
+class SimIrqs;
 
 inline constexpr size_t kMaxFifoDepth = size_t{1} << 20;
 // A composite element type may be large; the buffer is still bounded.
 inline constexpr size_t kMaxFifoBytes = size_t{64} << 20;
 inline constexpr uint32_t kNoTimeLimit = 0xFFFFFFFFu;
-
-enum class FifoDirection { Unknown, TargetToHost, HostToTarget };
 
 // When a blocking call gives up: never for kNoTimeLimit.
 class Deadline {
@@ -49,12 +50,25 @@ private:
     std::chrono::steady_clock::time_point at_;
 };
 
+// What a call says about the elements it moves: their size, and the Host type code of the
+// function's element type (0 for the composite functions, which name only a size).
+struct ElementShape {
+    size_t bytes = 0;
+    uint32_t typeCode = 0;
+};
+
 class SimFifo {
 public:
-    // Copying transfers of `count` elements of `elementSize` bytes.
-    int32_t read(void* data, size_t elementSize, size_t count, uint32_t timeout, size_t* remaining);
-    int32_t write(const void* data, size_t elementSize, size_t count, uint32_t timeout, size_t* remaining);
-    int32_t acquire(FifoDirection direction, size_t elementSize, void** elements, size_t requested, uint32_t timeout,
+    // A FIFO the target does not declare: its first use fixes its element size and direction,
+    // and it follows the plain counter pattern.
+    SimFifo() = default;
+    // A declared FIFO: shape, depth, rate, pattern and interrupts from the description.
+    SimFifo(const FifoSpec& spec, std::shared_ptr<SimIrqs> irqs);
+
+    // Copying transfers of `count` elements.
+    int32_t read(void* data, ElementShape shape, size_t count, uint32_t timeout, size_t* remaining);
+    int32_t write(const void* data, ElementShape shape, size_t count, uint32_t timeout, size_t* remaining);
+    int32_t acquire(FifoDirection direction, ElementShape shape, void** elements, size_t requested, uint32_t timeout,
                     size_t* acquired, size_t* remaining);
     int32_t release(size_t count);
     int32_t configure(size_t requested, size_t* granted);
@@ -70,7 +84,7 @@ public:
 private:
     using Lock = std::unique_lock<std::mutex>;
 
-    int32_t establish(FifoDirection direction, size_t elementSize);
+    int32_t establish(FifoDirection direction, ElementShape shape);
     template <typename Ready>
     int32_t waitUntil(Lock& lock, const Deadline& deadline, Ready&& ready);
     size_t hostAvailable() const;  // elements to read or room to write
@@ -80,6 +94,9 @@ private:
     void produce(size_t count);
     void consume(size_t count);
     void runFpga();
+    size_t fpgaBudget(size_t wanted) const;  // what the FPGA side's rate lets it move now
+    void raiseFifoIrqs(uint64_t before);
+    uint64_t patternValue(uint64_t position) const { return patternStart_ + position * patternStep_; }
     void copyOut(void* data, size_t count);
     void copyIn(const void* data, size_t count);
     void relocate(size_t depth);
@@ -97,6 +114,15 @@ private:
     bool fpgaRunning_ = true;
     bool closed_ = false;
     BrennSimFifoStats stats_{};
+    // Fixed at construction.
+    bool declared_ = false;
+    uint32_t typeCode_ = 0;  // declared Host type code; 0 for an undeclared FIFO
+    uint64_t patternStart_ = 0;
+    uint64_t patternStep_ = 1;
+    uint64_t rate_ = 0;
+    std::vector<FifoIrq> irqSpecs_;
+    std::shared_ptr<SimIrqs> irqs_;
+    std::chrono::steady_clock::time_point started_{};  // when the FPGA side first ran
 };
 
 // Interrupt lines of one session.
@@ -114,9 +140,10 @@ private:
     bool closed_ = false;
 };
 
-// Element i of the FPGA's pattern: the little-endian bytes of i, zero beyond the eighth.
-void fillPattern(uint8_t* element, size_t elementSize, uint64_t index) noexcept;
-bool matchesPattern(const uint8_t* element, size_t elementSize, uint64_t index) noexcept;
+// An element of the FPGA's pattern holding `value`: its little-endian bytes, zero beyond the
+// eighth.
+void fillPattern(uint8_t* element, size_t elementSize, uint64_t value) noexcept;
+bool matchesPattern(const uint8_t* element, size_t elementSize, uint64_t value) noexcept;
 
 BrennSimFifoStats totalFifoStats() noexcept;
 void resetTotalFifoStats() noexcept;

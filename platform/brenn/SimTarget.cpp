@@ -38,13 +38,23 @@ uint32_t TargetState::issueHandle() {
     }
 }
 
-Session& TargetState::open(uint32_t parent) {
+Session& TargetState::open(uint32_t parent, std::shared_ptr<const TargetDescription> target) {
     uint32_t handle = issueHandle();
     Session& session = sessions[handle];
     session.handle = handle;
     session.parent = parent;
+    session.target = std::move(target);
     session.irqs = std::make_shared<SimIrqs>();
+    applyResetValues(session);
     return session;
+}
+
+void applyResetValues(Session& session) {
+    for (const RegisterSpec& spec : session.target->registers) {
+        uint8_t bytes[8];
+        for (size_t i = 0; i < sizeof bytes; ++i) bytes[i] = static_cast<uint8_t>(spec.resetValue >> (8 * i));
+        session.registers.write(spec.address, bytes, spec.bytes);
+    }
 }
 
 Target& Target::instance() noexcept {

@@ -19,6 +19,7 @@
 #include "BrennSim.h"
 #include "SimFifo.h"
 #include "SimRegisterSpace.h"
+#include "TargetDescription.h"
 
 namespace brenn::sim {
 
@@ -38,6 +39,8 @@ struct Session {
     std::string resource;  // for a resource session: the name it was opened with
     uint32_t attribute = 0;
     uint32_t irqContextsReserved = 0;
+    // What the session's target is; a resource session shares its parent's.
+    std::shared_ptr<const TargetDescription> target;
     RegisterSpace registers;
     std::vector<uint32_t> resourceIndexes;  // in the order they were added, no repeats
     // Shared so that a caller blocked on a FIFO or on the interrupt lines keeps them alive
@@ -67,8 +70,12 @@ struct TargetState {
     Session* find(uint32_t handle);
     // A handle not in use, with no flag bit set and never 0.
     uint32_t issueHandle();
-    Session& open(uint32_t parent);
+    Session& open(uint32_t parent, std::shared_ptr<const TargetDescription> target);
 };
+
+// Puts every declared register of the session's target back to its reset value, as opening,
+// resetting and downloading the target do. Bytes outside declared registers keep their value.
+void applyResetValues(Session& session);
 
 struct CallArgs {
     uint64_t values[kBrennSimMaxArgs] = {};
