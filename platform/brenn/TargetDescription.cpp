@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 namespace brenn::sim {
@@ -20,9 +21,6 @@ constexpr const char* kDefaultTarget =
     "irq mask on write IrqRaise\n"
     "register Signature 0xFFFC u32 reset 0x5117A46E\n"
     "undeclared allowed\n";
-
-// Largest buffer a FIFO may have; a bigger one is a mistake in the description, not a wish.
-constexpr uint64_t kMaxBufferBytes = uint64_t{64} << 20;
 
 struct ElementTypeName {
     const char* name;
@@ -191,7 +189,6 @@ void parseFifo(Statement& s, TargetDescription& target) {
             fail("unknown FIFO option '" + s.word("option") + "' (depth rate pattern)");
         }
     }
-    if (uint64_t{spec.depth} * spec.elementBytes > kMaxBufferBytes) fail("FIFO buffer larger than 64 MiB");
     target.fifos.push_back(spec);
 }
 
@@ -338,15 +335,11 @@ std::shared_ptr<const TargetDescription> loadTarget(const char* bitfile, std::st
         return nullptr;
     }
     std::ifstream file(path, std::ios::binary);
-    std::ostringstream contents;
-    if (!file || !(contents << file.rdbuf())) {
-        // An empty file reads as a failed copy too; it is no description either.
-        error =
-            path + ": " +
-            (file ? "not a target description: it is empty" : std::string("cannot be read: ") + std::strerror(errno));
+    if (!file) {
+        error = path + ": cannot be read: " + std::strerror(errno);
         return nullptr;
     }
-    const std::string text = contents.str();
+    const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     if (text.find('\0') != std::string::npos) {
         error = path + ": not a target description: it holds binary data";
         return nullptr;
