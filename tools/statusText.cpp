@@ -26,6 +26,14 @@ const char* statusMeaning(int32_t status) noexcept {
             return "no room until acquired elements are released; the time-out ran out";
         case -61499:
             return "the session handle is marked refused (bit 0x2000)";
+        case -63100:
+            return "the simulated target does not know the session handle (closed or never opened)";
+        case -63101:
+            return "the simulated target refused an argument: unknown FIFO, or another element type or direction";
+        case -63102:
+            return "the simulated target ran out of memory for its own bookkeeping";
+        case -63103:
+            return "the target description could not be loaded";
         case -63080:
             return "size query answer: the count was written";
         case -63195:

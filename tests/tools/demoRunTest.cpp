@@ -1,0 +1,151 @@
+// The demo program end to end: it streams through the default target and through targets
+// described in files, refuses bad command lines, and reports a description the target cannot
+// load, leaving nothing open each time.
+#include <gmock/gmock.h>
+
+#include <ostream>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include "demoRun.h"
+
+namespace quorvane::testing {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+using ::testing::MatchesRegex;
+using ::testing::Not;
+
+constexpr const char* kNothingLeftOpen = "sessions still open on the target: 0, live Host references: 0";
+
+// Every run that streamed must end like this, with the bytes it moved.
+void expectCleanFinish(const DemoRun& run, const std::string& moved) {
+    EXPECT_EQ(run.exitCode, 0) << run.out << run.err;
+    EXPECT_THAT(run.out, HasSubstr("\nsummary\n"));
+    EXPECT_THAT(run.out, HasSubstr("data errors: 0 ("));
+    EXPECT_THAT(run.out, HasSubstr(kNothingLeftOpen));
+    EXPECT_EQ(run.lastLine(), "demo finished: " + moved + " moved, 0 data errors, 0 error statuses");
+}
+
+// ---- the default target, every element size and sign ------------------------------------
+
+class DefaultTarget : public ::testing::TestWithParam<const char*> {};
+
+TEST_P(DefaultTarget, StreamsBothPathsBothWaysWithoutDataErrors) {
+    const std::string type = GetParam();
+    const DemoRun run = runDemo({"--amount", "4M", "--type", type, "--block", "10000"});
+    expectCleanFinish(run, "16.00 MiB");
+    EXPECT_THAT(run.out, HasSubstr("target: Default simulated target"));
+    EXPECT_THAT(run.out, HasSubstr("to host    FIFO 0 (undeclared) " + type + ", depth 80000"));
+    EXPECT_THAT(run.out, HasSubstr("to target  FIFO 1 (undeclared) " + type + ", depth 80000"));
+    // Every region acquired was deleted again: as many retired as acquired, and at least as many
+    // as 4 MiB each way takes in blocks of 10000 elements of the widest type.
+    std::smatch regions;
+    ASSERT_TRUE(std::regex_search(run.out, regions, std::regex("regions: ([0-9]+) acquired, ([0-9]+) retired")));
+    EXPECT_EQ(regions[1], regions[2]);
+    EXPECT_GE(std::stoul(regions[1]), 2u * (4u << 20) / (10000u * 8u));
+    EXPECT_THAT(run.out, Not(HasSubstr("  error -")));
+}
+
+INSTANTIATE_TEST_SUITE_P(ElementTypes, DefaultTarget, ::testing::Values("I8", "U16", "I32", "U64"));
+
+// ---- described targets -------------------------------------------------------------------
+
+constexpr const char* kBoard =
+    "# a board with a non-trivial pattern in each direction\n"
+    "target Test board\n"
+    "fifo 2 Samples to-host I16 depth 65536 pattern counter start 5 step 3\n"
+    "fifo 3 Waveform to-target U32 depth 300000 rate 40000000 pattern counter start 7 step 11\n"
+    "resource Board0/Analog\n";
+
+struct PathCase {
+    const char* path;
+    const char* moved;
+};
+
+class DescribedTarget : public ::testing::TestWithParam<PathCase> {};
+
+TEST_P(DescribedTarget, StreamsTheDeclaredFifosWithTheirPatterns) {
+    const TempFile description("board.target", kBoard);
+    const DemoRun run = runDemo({"--target", description.path(), "--amount", "2M", "--path", GetParam().path});
+    expectCleanFinish(run, GetParam().moved);
+    EXPECT_THAT(run.out, HasSubstr("target: Test board\n"));
+    // Too shallow for several blocks: deepened, and the demo says so. Deep enough: left alone.
+    EXPECT_THAT(run.out, HasSubstr("FIFO 2: declared depth 65536 holds fewer than 4 blocks; configured to 524288"));
+    EXPECT_THAT(run.out, HasSubstr("to host    FIFO 2 \"Samples\" I16, depth 524288, pattern start 5 step 3\n"));
+    EXPECT_THAT(run.out, HasSubstr("to target  FIFO 3 \"Waveform\" U32, depth 300000, pattern start 7 step 11, "
+                                   "at most 40000000 elements/s"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Paths, DescribedTarget,
+                         ::testing::Values(PathCase{"regions", "4.00 MiB"}, PathCase{"copies", "4.00 MiB"},
+                                           PathCase{"both", "8.00 MiB"}),
+                         [](const auto& info) { return std::string(info.param.path); });
+
+TEST(DescribedTargetWithOneDirection, StreamsTheOtherDirectionOnly) {
+    const TempFile description("reader.target", "target Reader\nfifo 0 In to-host U8 pattern constant 0xA5\n");
+    const DemoRun run = runDemo({"--target", description.path(), "--amount", "1M", "--block", "4096"});
+    expectCleanFinish(run, "2.00 MiB");
+    EXPECT_THAT(run.out, HasSubstr("to target  no FIFO"));
+    EXPECT_THAT(run.out, HasSubstr("pattern start 165 step 0"));
+}
+
+TEST(BrokenDescription, FailsTheOpenWithOneLineNamingFileAndLine) {
+    const TempFile description("broken.target", "target Broken\nfifo 0 Samples to-host U24\n");
+    const DemoRun run = runDemo({"--target", description.path(), "--amount", "1M"});
+    EXPECT_NE(run.exitCode, 0);
+    EXPECT_THAT(run.err, MatchesRegex("libBrenn: " + description.path() + ":2: [^\n]*U24[^\n]*\n"));
+    EXPECT_THAT(run.out, HasSubstr("error -63103 from Quorvane_Open: the target description could not be loaded"));
+    EXPECT_THAT(run.out, HasSubstr(kNothingLeftOpen));
+    EXPECT_EQ(run.lastLine(), "demo finished: 0 B moved, 0 data errors, 1 error statuses");
+}
+
+// ---- refusals before anything is opened --------------------------------------------------
+
+struct Refusal {
+    const char* name;
+    std::vector<std::string> arguments;
+    int exitCode;
+    const char* message;
+};
+
+std::ostream& operator<<(std::ostream& out, const Refusal& refusal) {
+    return out << refusal.name;
+}
+
+class Refused : public ::testing::TestWithParam<Refusal> {};
+
+TEST_P(Refused, SaysWhyOnOneLineAndOpensNothing) {
+    const DemoRun run = runDemo(GetParam().arguments);
+    EXPECT_EQ(run.exitCode, GetParam().exitCode);
+    EXPECT_THAT(run.err, AllOf(MatchesRegex("quorvane-demo: [^\n]*\n"), HasSubstr(GetParam().message)));
+    EXPECT_EQ(run.out, "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    CommandLines, Refused,
+    ::testing::Values(Refusal{"UnknownType", {"--type", "X24"}, 2, "unknown element type 'X24'"},
+                      Refusal{"UnknownOption", {"--frobnicate"}, 2, "unknown option '--frobnicate'"},
+                      Refusal{"BadAmount", {"--amount=lots"}, 2, "--amount needs a size"},
+                      Refusal{"ZeroBlock", {"--block", "0"}, 2, "--block needs an element count"},
+                      Refusal{"BadPath", {"--path", "sideways"}, 2, "--path is regions, copies or both"},
+                      Refusal{"MissingValue", {"--read-fifo"}, 2, "--read-fifo needs a value"},
+                      Refusal{"MissingFile",
+                              {"--target", "/nonexistent/board.target"},
+                              1,
+                              "target description '/nonexistent/board.target' does not exist"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
+TEST(Help, ExplainsEveryOptionAndWhereTheDescriptionFormatIs) {
+    const DemoRun run = runDemo({"--help"});
+    EXPECT_EQ(run.exitCode, 0);
+    for (const char* option : {"--target", "--read-fifo", "--write-fifo", "--type", "--amount", "--block", "--path",
+                               "TargetDescription.md"}) {
+        EXPECT_THAT(run.out, HasSubstr(option));
+    }
+}
+
+}  // namespace
+}  // namespace quorvane::testing
