@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <filesystem>
 #include <fstream>
 #include <ostream>
 #include <string>
@@ -113,6 +114,19 @@ TEST_F(BrennSimTest, BitfilesNamingNoFileOpenTheDefaultTarget) {
         EXPECT_EQ(BrennDll_ReadU32(session, 0xFFFC, &signature), 0);
         EXPECT_EQ(signature, 0x5117A46Eu);
     }
+}
+
+TEST_F(BrennSimTest, ShippedExampleTargetsLoad) {
+    size_t examples = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(BRENN_EXAMPLES_DIR)) {
+        SCOPED_TRACE(entry.path().string());
+        uint32_t session = 0;
+        ASSERT_EQ(BrennDll_Open(entry.path().c_str(), "", "RIO0", 0, &session), 0);
+        EXPECT_EQ(BrennSim_AllowsUndeclared(session), 0);
+        EXPECT_GT(BrennSim_DescribeFifos(session, nullptr, 0), 0u);
+        ++examples;
+    }
+    EXPECT_GT(examples, 0u);
 }
 
 // A board with every kind of declaration.
