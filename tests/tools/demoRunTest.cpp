@@ -84,6 +84,37 @@ INSTANTIATE_TEST_SUITE_P(Paths, DescribedTarget,
                                            PathCase{"both", "8.00 MiB"}),
                          [](const auto& info) { return std::string(info.param.path); });
 
+struct Mismatch {
+    const char* name;
+    std::vector<std::string> arguments;
+    const char* message;
+};
+
+std::ostream& operator<<(std::ostream& out, const Mismatch& mismatch) {
+    return out << mismatch.name;
+}
+
+class ChoiceTheTargetCannotServe : public ::testing::TestWithParam<Mismatch> {};
+
+TEST_P(ChoiceTheTargetCannotServe, IsRefusedAfterOpeningAndTheSessionIsClosed) {
+    const TempFile description("board.target", kBoard);
+    std::vector<std::string> arguments{"--target", description.path(), "--amount", "1M"};
+    arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
+    const DemoRun run = runDemo(arguments);
+    EXPECT_NE(run.exitCode, 0);
+    EXPECT_EQ(run.err, std::string("quorvane-demo: ") + GetParam().message + "\n");
+    EXPECT_THAT(run.out, HasSubstr(kNothingLeftOpen));
+    EXPECT_EQ(run.lastLine(), "demo finished: 0 B moved, 0 data errors, 0 error statuses");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    DescribedTarget, ChoiceTheTargetCannotServe,
+    ::testing::Values(
+        Mismatch{"OtherType", {"--type", "U8"}, "FIFO 2 is declared I16, not U8"},
+        Mismatch{"WrongDirection", {"--read-fifo", "3"}, "--read-fifo 3: the target declares that FIFO to target"},
+        Mismatch{"UndeclaredFifo", {"--write-fifo", "7"}, "--write-fifo 7: the target declares no such FIFO"}),
+    [](const auto& info) { return std::string(info.param.name); });
+
 TEST(DescribedTargetWithOneDirection, StreamsTheOtherDirectionOnly) {
     const TempFile description("reader.target", "target Reader\nfifo 0 In to-host U8 pattern constant 0xA5\n");
     const DemoRun run = runDemo({"--target", description.path(), "--amount", "1M", "--block", "4096"});
