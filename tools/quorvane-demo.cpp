@@ -4,6 +4,7 @@
 // any Host, with the stand-ins for the driver and the Host runtime.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 
@@ -21,6 +22,16 @@
 namespace {
 
 using namespace quorvane::tools;
+
+// How long one call may wait: ten seconds, or for a FIFO paced by a declared rate, twice the
+// time the FPGA side takes to move a block, so a slow target is waited for, not reported.
+uint32_t callTimeout(const FifoPlan& fifo, uint64_t block) {
+    constexpr uint64_t kDefaultMs = 10000;
+    constexpr uint64_t kLongestFiniteMs = 0xFFFFFFFEu;  // 0xFFFFFFFF would mean no limit
+    if (fifo.rate == 0) return kDefaultMs;
+    const uint64_t paced = block >= kLongestFiniteMs / 2000 ? kLongestFiniteMs : 2000 * block / fifo.rate + 1;
+    return static_cast<uint32_t>(std::clamp(paced, kDefaultMs, kLongestFiniteMs));
+}
 
 // Everything between open and close: answers false when the demo could not stream at all.
 bool streamSession(uint32_t session, const DemoOptions& options, StatusLog& log, TargetPlan& plan,
@@ -50,10 +61,12 @@ bool streamSession(uint32_t session, const DemoOptions& options, StatusLog& log,
     // Regions first: copying transfers are refused while a region of the FIFO is lent out.
     for (int side = 0; side < 2; ++side) {
         FifoPlan& fifo = side == 0 ? plan.read : plan.write;
+        setup.timeout = callTimeout(fifo, options.block);
         if (fifo.used && regions) results.regions[side] = streamRegions(setup, fifo, log);
     }
     for (int side = 0; side < 2; ++side) {
         FifoPlan& fifo = side == 0 ? plan.read : plan.write;
+        setup.timeout = callTimeout(fifo, options.block);
         if (fifo.used && copies) results.copies[side] = streamCopies(setup, fifo, log);
     }
     for (int side = 0; side < 2; ++side) {
