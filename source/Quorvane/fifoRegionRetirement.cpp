@@ -34,7 +34,10 @@ int32_t OnFifoRegionDeleted(void* record) noexcept {
         state.queueMutex->unlock();
         return 0;
     }
-    const bool closePending = state.session->closePending.load() != 0;
+    // Taken, not just read: when two FIFOs empty at once, only one retirement may finish the
+    // close. If the close it runs finds another FIFO still busy, that close marks the session
+    // again under the busy FIFO's queueMutex, so the mark is never lost.
+    const bool closePending = state.session->closePending.exchange(0) != 0;
     state.queueMutex->unlock();
     // From here on the state may be gone: the close below may remove it.
     return closePending ? Quorvane_Close(session, kDeferredCloseAttribute) : 0;
