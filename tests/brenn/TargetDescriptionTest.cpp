@@ -187,7 +187,7 @@ TEST_F(DescribedTarget, TellsWhatItDeclares) {
 }
 
 TEST_F(DescribedTarget, RegistersHoldResetValuesAgainAfterResetAndDownload) {
-    for (int32_t (*restore)(uint32_t) : {BrennDll_Reset, BrennDll_Download}) {
+    auto expectResetValues = [&] {
         uint32_t status = 0;
         uint16_t threshold = 0;
         uint64_t timestamp = 0;
@@ -197,9 +197,13 @@ TEST_F(DescribedTarget, RegistersHoldResetValuesAgainAfterResetAndDownload) {
         EXPECT_EQ(status, 1u);
         EXPECT_EQ(threshold, 100u);
         EXPECT_EQ(timestamp, 0x0123456789ABCDEFu);
+    };
+    expectResetValues();
+    for (int32_t (*restore)(uint32_t) : {BrennDll_Reset, BrennDll_Download}) {
         ASSERT_EQ(BrennDll_WriteU32(session_, 0x4, 7), 0);
         ASSERT_EQ(BrennDll_WriteU16(session_, 0x8, 9), 0);
         ASSERT_EQ(restore(session_), 0);
+        expectResetValues();
     }
 }
 
