@@ -77,7 +77,11 @@ int32_t BrennDll_Close(uint32_t session, uint32_t attribute) {
         std::shared_ptr<SimIrqs> irqs;
         int32_t status = Target::instance().withState([&](TargetState& state) {
             Session* open = state.find(session);
-            if (!open) return int32_t{kBrennSimInvalidSession};
+            if (!open) {
+                ++state.sessionStats.closesNotOpen;
+                return int32_t{kBrennSimInvalidSession};
+            }
+            ++state.sessionStats.closed;
             for (auto& [number, fifo] : open->fifos) fifos.push_back(fifo);
             irqs = open->irqs;
             const uint32_t handle = open->handle;
@@ -132,6 +136,15 @@ int32_t BrennDll_Run(uint32_t session, uint32_t attribute) {
 int32_t BrennDll_Abort(uint32_t session) {
     return call(__func__, args(session), outs(),
                 [&] { return Target::instance().withSession(session, [](Session&) { return int32_t{0}; }); });
+}
+
+void BrennSim_ReuseHandles(int enabled) {
+    Target::instance().withState([&](TargetState& state) { state.reuseHandles = enabled != 0; });
+}
+
+void BrennSim_GetSessionStats(BrennSimSessionStats* stats) {
+    if (!stats) return;
+    *stats = Target::instance().withState([](TargetState& state) { return state.sessionStats; });
 }
 
 uint32_t BrennSim_OpenSessionCount(void) {

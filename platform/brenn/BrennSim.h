@@ -36,7 +36,9 @@
  *
  * Sessions. Handles are small numbers from 0x10 on, unique until BrennSim_Reset, and never
  * have a bit of 0xF000 set; callers may OR flag bits 12..15 into a handle, which every lookup
- * ignores. A resource session is a session of its own, linked to the session it was opened on;
+ * ignores. BrennSim_ReuseHandles(1) makes every open hand out the lowest handle that is not
+ * open, as real drivers do: a close that reaches the target for a handle its caller no longer
+ * holds then ends somebody else's session. A resource session is a session of its own, linked to the session it was opened on;
  * closing that parent leaves its resource sessions open (so a caller that forgets to close one
  * is seen in BrennSim_OpenSessionCount).
  *
@@ -127,6 +129,14 @@ void BrennSim_ScriptStatus(const char* function, int32_t status);
 /* Number of answers queued for `function` and not yet taken; for every function when null. */
 size_t BrennSim_ScriptsPending(const char* function);
 
+/* Holds, for tests that need a call to stand still at a known point. The next call of
+ * `function` waits, before it takes a scripted answer or does any work, until
+ * BrennSim_Release(function) lets every call of it that waits go on. BrennSim_HeldCalls tells
+ * how many wait right now. BrennSim_Reset releases them all. */
+void BrennSim_HoldNext(const char* function);
+size_t BrennSim_HeldCalls(const char* function);
+void BrennSim_Release(const char* function);
+
 /* The call log. It keeps the first kBrennSimLogCapacity calls; later calls are counted only.
  * It is enabled on a fresh target; while it is disabled calls are neither kept nor counted. */
 enum { kBrennSimLogCapacity = 1 << 16 };
@@ -137,6 +147,17 @@ size_t BrennSim_CountCalls(const char* function);
 
 /* Forgets every session, script, log entry and counter: a fresh target. */
 void BrennSim_Reset(void);
+/* Handle reuse (see "Sessions" above): off on a fresh target. */
+void BrennSim_ReuseHandles(int enabled);
+
+/* Counts since the last reset, of the simulated work (scripted answers are not counted). */
+typedef struct BrennSimSessionStats {
+    uint64_t opened;        /* sessions opened by BrennDll_Open and BrennDll_OpenResource */
+    uint64_t closed;        /* BrennDll_Close calls that closed an open session */
+    uint64_t closesNotOpen; /* BrennDll_Close calls for a handle that was not open */
+} BrennSimSessionStats;
+void BrennSim_GetSessionStats(BrennSimSessionStats* stats);
+
 /* Number of sessions (including resource sessions) open right now. */
 uint32_t BrennSim_OpenSessionCount(void);
 /* 1 when `session` (without flag bits) is open. */

@@ -73,6 +73,7 @@ int32_t call(const char* function, const CallArgs& arguments, const OutParams& o
     Target& target = Target::instance();
     int32_t result = 0;
     try {
+        target.pauseIfHeld(function);
         BrennSimAnswer answer{};
         bool scripted = target.takeAnswer(function, answer);
         if (scripted && answer.mode != kBrennSimAfterReal) {

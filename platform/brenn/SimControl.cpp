@@ -40,6 +40,27 @@ size_t BrennSim_ScriptsPending(const char* function) {
     return guarded(size_t{0}, [&] { return Target::instance().scriptsPending(function); });
 }
 
+void BrennSim_HoldNext(const char* function) {
+    if (!function) return;
+    guarded(0, [&] {
+        Target::instance().holdNext(function);
+        return 0;
+    });
+}
+
+size_t BrennSim_HeldCalls(const char* function) {
+    if (!function) return 0;
+    return guarded(size_t{0}, [&] { return Target::instance().heldCalls(function); });
+}
+
+void BrennSim_Release(const char* function) {
+    if (!function) return;
+    guarded(0, [&] {
+        Target::instance().release(function);
+        return 0;
+    });
+}
+
 void BrennSim_EnableLog(int enabled) {
     Target::instance().enableLog(enabled != 0);
 }

@@ -24,15 +24,27 @@ Session* TargetState::find(uint32_t handle) {
     return found == sessions.end() ? nullptr : &found->second;
 }
 
+namespace {
+// `candidate`, or the start of the following 64 Ki block when it has a flag bit set.
+uint32_t skipFlagBits(uint32_t candidate) {
+    return (candidate & kHandleFlagMask) ? (candidate | 0xFFFFu) + 1 : candidate;
+}
+}  // namespace
+
+uint32_t TargetState::lowestFreeHandle() const {
+    uint32_t candidate = kFirstHandle;
+    for (const auto& [handle, session] : sessions) {
+        if (handle > candidate) break;
+        if (handle == candidate) candidate = skipFlagBits(candidate + 1);
+    }
+    return candidate;
+}
+
 uint32_t TargetState::issueHandle() {
+    if (reuseHandles) return lowestFreeHandle();
     for (;;) {
-        uint32_t candidate = nextHandle++;
-        if (candidate & kHandleFlagMask) {
-            // Jump over the whole block of values with flag bits: the next clean value is the
-            // start of the following 64 Ki block.
-            nextHandle = (candidate | 0xFFFFu) + 1;
-            continue;
-        }
+        const uint32_t candidate = skipFlagBits(nextHandle);
+        nextHandle = candidate + 1;
         if (candidate == 0 || sessions.count(candidate)) continue;
         return candidate;
     }
@@ -41,6 +53,7 @@ uint32_t TargetState::issueHandle() {
 Session& TargetState::open(uint32_t parent, std::shared_ptr<const TargetDescription> target) {
     uint32_t handle = issueHandle();
     Session& session = sessions[handle];
+    ++sessionStats.opened;
     session.handle = handle;
     session.parent = parent;
     session.target = std::move(target);
@@ -61,6 +74,40 @@ Target& Target::instance() noexcept {
     // Never destroyed: a call made while the process exits still finds a target.
     static Target* target = new Target;
     return *target;
+}
+
+void Target::holdNext(const char* function) {
+    std::lock_guard lock(holdMutex_);
+    ++holds_[function].pending;
+    ++holdsPending_;
+}
+
+void Target::release(const char* function) {
+    std::lock_guard lock(holdMutex_);
+    auto found = holds_.find(function);
+    if (found == holds_.end()) return;
+    ++found->second.releases;
+    holdReleased_.notify_all();
+}
+
+size_t Target::heldCalls(const char* function) {
+    std::lock_guard lock(holdMutex_);
+    auto found = holds_.find(function);
+    return found == holds_.end() ? 0 : found->second.waiting;
+}
+
+void Target::pauseIfHeld(const char* function) {
+    if (holdsPending_.load() == 0) return;
+    std::unique_lock lock(holdMutex_);
+    auto found = holds_.find(function);
+    if (found == holds_.end() || found->second.pending == 0) return;
+    Hold& hold = found->second;
+    --hold.pending;
+    --holdsPending_;
+    ++hold.waiting;
+    const uint64_t releasesBefore = hold.releases;
+    holdReleased_.wait(lock, [&] { return hold.releases != releasesBefore; });
+    --hold.waiting;
 }
 
 void Target::script(const char* function, const BrennSimAnswer& answer) {
@@ -132,6 +179,16 @@ size_t Target::countCalls(const char* function) {
 }
 
 void Target::reset() {
+    {
+        // Calls still held are let go: a reset must not leave a thread waiting for good.
+        std::lock_guard lock(holdMutex_);
+        for (auto& [function, hold] : holds_) {
+            ++hold.releases;
+            hold.pending = 0;
+        }
+        holdsPending_ = 0;
+        holdReleased_.notify_all();
+    }
     std::lock_guard lock(mutex_);
     state_ = TargetState{};
     resetTotalFifoStats();

@@ -7,6 +7,8 @@
 #ifndef BRENN_SIM_TARGET_H
 #define BRENN_SIM_TARGET_H
 
+#include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <map>
@@ -64,12 +66,17 @@ struct ResourceTable {
 struct TargetState {
     std::map<uint32_t, Session> sessions;  // keyed by handle, flags never set
     uint32_t nextHandle = kFirstHandle;
+    // Off: every handle is new until reset. On: the lowest handle not open is issued again,
+    // as real drivers do, so a stale close would end somebody else's session.
+    bool reuseHandles = false;
+    BrennSimSessionStats sessionStats{};
     uintptr_t nextIrqContext = 1;
     ResourceTable resources;
 
     Session* find(uint32_t handle);
     // A handle not in use, with no flag bit set and never 0.
     uint32_t issueHandle();
+    uint32_t lowestFreeHandle() const;
     Session& open(uint32_t parent, std::shared_ptr<const TargetDescription> target);
 };
 
@@ -102,6 +109,13 @@ public:
         return session ? fn(*session) : int32_t{kBrennSimInvalidSession};
     }
 
+    // Holds: the next call of a function waits, before it does anything, until released.
+    void holdNext(const char* function);
+    void release(const char* function);
+    size_t heldCalls(const char* function);
+    // Called first by every BrennDll_ function: waits while a hold is set on `function`.
+    void pauseIfHeld(const char* function);
+
     void script(const char* function, const BrennSimAnswer& answer);
     // Takes the oldest answer queued for `function`; false when there is none.
     bool takeAnswer(const char* function, BrennSimAnswer& answer);
@@ -120,6 +134,17 @@ private:
 
     std::mutex mutex_;
     TargetState state_;
+
+    // Holds have a mutex of their own: a held call waits without blocking the target.
+    struct Hold {
+        size_t pending = 0;  // calls still to be held
+        size_t waiting = 0;  // calls held right now
+        uint64_t releases = 0;
+    };
+    std::mutex holdMutex_;
+    std::condition_variable holdReleased_;
+    std::unordered_map<std::string, Hold> holds_;
+    std::atomic<size_t> holdsPending_{0};  // lets calls skip the hold mutex when nothing is held
     std::unordered_map<std::string, std::deque<BrennSimAnswer>> scripts_;
     std::vector<BrennSimCall> log_;
     size_t totalCalls_ = 0;

@@ -64,10 +64,26 @@ TEST_F(SessionTest, CloseOfAHandleNeverOpenedIsRefused) {
     EXPECT_EQ(BrennDll_Close(0, 1), kBrennSimInvalidSession);
 }
 
-TEST_F(SessionTest, ClosedHandlesAreNotIssuedAgain) {
+TEST_F(SessionTest, ClosedHandlesAreIssuedAgainOnlyWithReuseOn) {
     uint32_t closed = openSession();
     ASSERT_EQ(BrennDll_Close(closed, 0), 0);
     EXPECT_NE(openSession(), closed);
+
+    BrennSim_ReuseHandles(1);
+    const uint32_t a = openSession(), b = openSession(), c = openSession();
+    ASSERT_EQ(BrennDll_Close(c, 0), 0);
+    ASSERT_EQ(BrennDll_Close(a, 0), 0);
+    EXPECT_EQ(a, closed) << "the lowest handle that is not open comes first";
+    EXPECT_EQ(openSession(), a);
+    EXPECT_EQ(openResource(b), c);
+
+    EXPECT_EQ(BrennDll_Close(a, 0), 0);
+    EXPECT_EQ(BrennDll_Close(a, 0), kBrennSimInvalidSession);
+    BrennSimSessionStats stats{};
+    BrennSim_GetSessionStats(&stats);
+    EXPECT_EQ(stats.opened, 7u);
+    EXPECT_EQ(stats.closed, 4u);
+    EXPECT_EQ(stats.closesNotOpen, 1u);
 }
 
 class SessionFlagTest : public BrennSimTest, public ::testing::WithParamInterface<uint32_t> {};
