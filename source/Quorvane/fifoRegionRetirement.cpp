@@ -1,46 +1,51 @@
 // Handing regions back when the Host deletes their references, strictly in acquisition order.
 #include "BrennDll.h"
-#include "Quorvane.h"
 #include "Quorvane/fifoRegionState.h"
+#include "Quorvane/sessionClose.h"
 #include "Quorvane/sessionFlags.h"
 #include "Quorvane/sessionRecord.h"
 
 namespace quorvane {
 
 namespace {
-constexpr uint32_t kDeferredCloseAttribute = 1;
-}  // namespace
 
-int32_t OnFifoRegionDeleted(void* record) noexcept {
-    FifoRegion* region = *static_cast<FifoRegion**>(record);
-    FifoRegionState& state = *region->state;
-    const uint32_t session = region->session;
+// What a deletion found once it had done its part under the FIFO's queueMutex.
+struct tRetirement {
+    bool emptied = false;       // this deletion handed back the FIFO's last outstanding region
+    bool closePending = false;  // ... and the session's close had been refused meanwhile
+    uint64_t serial = 0;        // the session record that carries the mark
+};
 
-    state.queueMutex->lock();
+// Hands back, strictly in acquisition order, the deleted region and every region behind it that
+// was deleted out of turn; or only marks the region when an older one is still out.
+tRetirement retireFromFront(FifoRegionState& state, FifoRegion* region) noexcept {
+    tMutexGuard queueGuard(*state.queueMutex);
     if (state.regions.empty() || &state.regions.front() != region) {
         region->released = true;  // an older region is still out: this one waits for it
-        state.queueMutex->unlock();
-        return 0;
+        return {};
     }
-    bool more;
     do {
         const FifoRegion& front = state.regions.front();
         BrennDll_ReleaseFifoElements(markedForResourceCall(front.session), front.fifo, front.elementCount);
         state.regions.popFront();
-        more = !state.regions.empty() && state.regions.front().released;
-    } while (more);
+    } while (!state.regions.empty() && state.regions.front().released);
     state.regionEvent->set();
-    if (!state.regions.empty()) {
-        state.queueMutex->unlock();
-        return 0;
-    }
-    // Taken, not just read: when two FIFOs empty at once, only one retirement may finish the
-    // close. If the close it runs finds another FIFO still busy, that close marks the session
-    // again under the busy FIFO's queueMutex, so the mark is never lost.
-    const bool closePending = state.session->closePending.exchange(0) != 0;
-    state.queueMutex->unlock();
-    // From here on the state may be gone: the close below may remove it.
-    return closePending ? Quorvane_Close(session, kDeferredCloseAttribute) : 0;
+    if (!state.regions.empty()) return {};
+    // The record outlives its states, and this state holds queueMutex: both are still there.
+    // The mark is only read here; the deferred close takes it under the registry lock.
+    return {true, state.session->closePending.load() != 0, state.session->serial};
+}
+
+}  // namespace
+
+int32_t OnFifoRegionDeleted(void* record) noexcept {
+    FifoRegion* region = *static_cast<FifoRegion**>(record);
+    const uint32_t session = region->session;
+    const tRetirement retired = retireFromFront(*region->state, region);
+    // From here on the region, its state and its record may be gone: the close below, or any
+    // other close, may remove them. Only values are used.
+    if (!retired.emptied || !retired.closePending) return 0;
+    return CloseDeferredSession(session, retired.serial);
 }
 
 }  // namespace quorvane

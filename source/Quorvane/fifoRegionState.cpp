@@ -37,8 +37,11 @@ int32_t EnsureFifoRegionState(uint32_t session, uint32_t fifo) noexcept {
         return result.code32();
     }
     FifoRegionState* state = record->fifoStates.tryEmplace(fifo, record).first;
-    if (record->fifoStates.reportInto(result)) return result.code32();  // a built state stays
-    if (state->creationStatus.isError()) {
+    // A map that once ran out of memory reports -52000 for every insertion, and a state that
+    // was built whole stays. A state whose own creation failed never stays, flag or no flag:
+    // the next close, reset or acquisition would use the parts it lacks.
+    record->fifoStates.reportInto(result);
+    if (state != nullptr && state->creationStatus.isError()) {
         result.mergeFrom(state->creationStatus);
         record->fifoStates.erase(fifo);
     }

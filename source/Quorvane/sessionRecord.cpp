@@ -4,7 +4,11 @@
 
 namespace quorvane {
 
-tSessionRecord::tSessionRecord() noexcept {
+namespace {
+std::atomic<uint64_t> gNextSerial{1};
+}  // namespace
+
+tSessionRecord::tSessionRecord() noexcept : serial(gNextSerial.fetch_add(1, std::memory_order_relaxed)) {
     fifoStates.reportInto(status);
     lock = static_cast<tReaderWriterLock*>(allocateWithStatus(sizeof(tReaderWriterLock), status));
     if (lock != nullptr) new (lock) tReaderWriterLock(status);

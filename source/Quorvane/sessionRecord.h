@@ -25,6 +25,10 @@ struct tSessionRecord {
     // Atomic because closes set it under one FIFO's queueMutex while retirements of other
     // FIFOs read it under theirs.
     std::atomic<uint8_t> closePending{0};
+    // Unique in the process: tells this record from a later one registered under the same
+    // handle, once the driver has handed that handle out again. A close the library runs on its
+    // own names the record it marked by this number.
+    const uint64_t serial;
     tStatus status;
     // Guards fifoStates; empty when it could not be allocated (status then holds the error).
     tReaderWriterLock* lock = nullptr;

@@ -1,7 +1,5 @@
 #include "Quorvane/sessionRegistry.h"
 
-#include "Quorvane.h"
-
 namespace quorvane {
 
 namespace {
@@ -45,24 +43,19 @@ int32_t linkToParent(tSessionRegistry& registry, tSessionRecord& record, uint32_
 int32_t RegisterSession(const uint32_t* session, uint32_t parent) noexcept {
     tSessionRegistry& registry = sessionRegistry();
     tExclusiveLock guard(registry.lock());
-    tSessionRecord* record = registry.insert(*session);
+    tSessionRecord* record = registry.insert(*session);  // nullptr when the map ran out of memory
     tStatus result;
-    if (registry.allocationFailed()) {
-        result.setCode(kStatusMemoryFull, kStlStatusFile, kStlStatusLine);
-        return result.code32();
-    }
-    if (record->status.isError()) {
-        const int32_t error = record->status.code32();
+    if (registry.allocationFailed()) result.setCode(kStatusMemoryFull, kStlStatusFile, kStlStatusLine);
+    // A record that could not be built whole never stays, even when the map's flag already
+    // decides the status: a close of it would use the lock it lacks. A record kept from an
+    // earlier registration under the same handle was built whole.
+    if (record != nullptr && record->status.isError()) {
+        result.mergeFrom(record->status);
         registry.remove(*session);
-        return error;
     }
+    if (result.isError()) return result.code32();
     if (parent != 0) return linkToParent(registry, *record, *session, parent);
     return kStatusSuccess;
-}
-
-int32_t SessionCleanupProc(void* session) noexcept {
-    Quorvane_Close(static_cast<uint32_t>(reinterpret_cast<uintptr_t>(session)), 1);
-    return 0;
 }
 
 }  // namespace quorvane

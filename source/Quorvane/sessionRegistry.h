@@ -60,12 +60,4 @@ tSessionRegistry& sessionRegistry() noexcept;
 // result of linking to the parent.
 int32_t RegisterSession(const uint32_t* session, uint32_t parent) noexcept;
 
-// The Host's program-stop procedure for a session: closes it with attribute 1. Always 0.
-int32_t SessionCleanupProc(void* session) noexcept;
-
-// The handle as the Host's pointer-sized cleanup argument, and back.
-inline void* cleanupArgument(uint32_t session) noexcept {
-    return reinterpret_cast<void*>(static_cast<uintptr_t>(session));
-}
-
 }  // namespace quorvane

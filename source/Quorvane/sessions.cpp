@@ -2,6 +2,7 @@
 #include "BrennDll.h"
 #include "HostRuntime.h"
 #include "Quorvane.h"
+#include "Quorvane/sessionClose.h"
 #include "Quorvane/sessionRegistry.h"
 
 using namespace quorvane;
@@ -21,7 +22,12 @@ extern "C" int32_t Quorvane_Open(const char* bitfile, const char* signature, con
     tSessionRegistry& registry = sessionRegistry();
     tStatus loadStatus;
     loadStatus.mergeFrom(registry.lockCreationStatus());
-    if (registry.allocationFailed()) loadStatus.setCode(kStatusMemoryFull, kStlStatusFile, kStlStatusLine);
+    if (loadStatus.isError()) return loadStatus.code32();
+    {
+        // The flag is raised by registrations under this lock.
+        tSharedLock registryGuard(registry.lock());
+        if (registry.allocationFailed()) loadStatus.setCode(kStatusMemoryFull, kStlStatusFile, kStlStatusLine);
+    }
     if (loadStatus.isError()) return loadStatus.code32();
 
     const int32_t opened = BrennDll_Open(bitfile, signature, resource, attribute, session);

@@ -1,6 +1,7 @@
 // Closes, resets and downloads refused while regions are out, and closes that finish by
 // themselves when the last region comes back.
 #include <atomic>
+#include <string>
 #include <thread>
 
 #include "BrennDll.h"
@@ -70,6 +71,86 @@ TEST_F(DeferredClose, TwoFifosEmptyingTogetherCloseTheSessionOnce) {
         ASSERT_FALSE(registered(handle));
     }
 }
+
+// A close the library runs on its own (the deferred close after the last region, or the
+// parent's close with its last resource session) acts only on the session it marked, while
+// that session is still registered and still marked. Here the Host closes the session in the
+// gap before that close: by retrying its own close, or by stopping the program. The handle
+// must reach the driver once, even with a driver that hands closed handles out again.
+struct GapCase {
+    const char* name;
+    bool parentGap;    // the parent closed with its last resource session, else the deferred close
+    bool programStop;  // the Host's program stop, else its retried close
+};
+
+void PrintTo(const GapCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class CloseInTheGap : public RegionTest, public ::testing::WithParamInterface<GapCase> {
+protected:
+    void hostCloses(uint32_t handle) {
+        if (GetParam().programStop) {
+            EXPECT_EQ(HostSim_RunProgramStop(), 1u);
+        } else {
+            EXPECT_EQ(Quorvane_Close(handle, 0), 0);
+        }
+    }
+
+    template <class Condition>
+    static void waitUntil(Condition condition) {
+        while (!condition()) std::this_thread::yield();
+    }
+};
+
+TEST_P(CloseInTheGap, ReachesTheDriverOncePerHandle) {
+    BrennSim_ReuseHandles(1);
+    uint32_t resource = 0;
+    if (GetParam().parentGap) {
+        ASSERT_EQ(Quorvane_OpenResource(session, "a", 0, &resource), 0);
+    }
+    const uint32_t reference = acquire(GetParam().parentGap ? resource : session, 1, 4);
+    ASSERT_EQ(Quorvane_Close(session, 0), -61217);
+
+    std::thread host;
+    if (GetParam().parentGap) {
+        // The resource session's close stops in the driver, after it released the registry
+        // lock and before it closes the parent; the Host closes the parent meanwhile.
+        BrennSim_HoldNext("BrennDll_Close");
+        std::thread deleter([&] { HostSim_DeleteReference(reference); });
+        waitUntil([] { return BrennSim_HeldCalls("BrennDll_Close") == 1; });
+        hostCloses(session);
+        BrennSim_Release("BrennDll_Close");
+        deleter.join();
+    } else {
+        // The retirement stops in the driver while it holds the FIFO's queueMutex; the Host's
+        // close takes the registry lock and waits for that queue, so it finds it empty and
+        // closes before the deferred close gets the registry lock.
+        BrennSim_HoldNext("BrennDll_ReleaseFifoElements");
+        std::thread deleter([&] { HostSim_DeleteReference(reference); });
+        waitUntil([] { return BrennSim_HeldCalls("BrennDll_ReleaseFifoElements") == 1; });
+        host = std::thread([&] { hostCloses(session); });
+        waitUntil([] { return sessionRegistry().lock().writerActiveForTesting() == 1; });
+        BrennSim_Release("BrennDll_ReleaseFifoElements");
+        deleter.join();
+        host.join();
+    }
+
+    BrennSimSessionStats stats{};
+    BrennSim_GetSessionStats(&stats);
+    EXPECT_EQ(stats.closesNotOpen, 0u);
+    EXPECT_EQ(stats.closed, stats.opened);
+    EXPECT_EQ(BrennSim_OpenSessionCount(), 0u);
+    EXPECT_FALSE(registered(session));
+    EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Gaps, CloseInTheGap,
+                         ::testing::Values(GapCase{"DeferredCloseHostRetry", false, false},
+                                           GapCase{"DeferredCloseProgramStop", false, true},
+                                           GapCase{"ParentCloseHostRetry", true, false},
+                                           GapCase{"ParentCloseProgramStop", true, true}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(DeferredClose, RetirementWithoutARefusedCloseClosesNothing) {
     HostSim_DeleteReference(acquire(session, 1, 3));

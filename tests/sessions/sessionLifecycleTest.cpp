@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "Quorvane.h"
+#include "Quorvane/sessionClose.h"
 #include "Quorvane/sessionRegistry.h"
 #include "support/simulatedPlatform.h"
 
@@ -135,11 +136,12 @@ TEST_F(SessionLifecycle, ProgramStopClosesEverySessionWithAttributeOne) {
     EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 0u);
 }
 
-TEST_F(SessionLifecycle, CleanupProcedureAlwaysAnswersZero) {
+TEST_F(SessionLifecycle, CleanupProcedureAnswersZeroAndClosesOnlyARegisteredSession) {
     const uint32_t session = open();
     EXPECT_EQ(SessionCleanupProc(cleanupArgument(session)), 0);
-    EXPECT_EQ(SessionCleanupProc(cleanupArgument(session)), 0) << "even when the close fails";
     EXPECT_FALSE(BrennSim_IsSessionOpen(session));
+    EXPECT_EQ(SessionCleanupProc(cleanupArgument(session)), 0);
+    EXPECT_EQ(BrennSim_CountCalls("BrennDll_Close"), 1u) << "a handle no longer held never reaches the driver";
 }
 
 }  // namespace
