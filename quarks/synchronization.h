@@ -1,17 +1,14 @@
 // The library's synchronisation objects, built on POSIX threads: a recursive
-// priority-inheriting mutex, an event, and a reader/writer lock.
+// priority-inheriting mutex, an event, and a reader/writer lock, with scoped guards for each.
 //
 // None of them throws. Constructors report failures into the caller's tStatus under the merge
 // rule and skip every later creation step once it holds an error, so an object may be left
 // partly built; each part remembers whether it exists and destruction undoes exactly those.
 // An object is usable only when the status it was built with holds no error.
 //
-// Lock order across the library, outermost first (nothing takes them in another order):
-//   1. the session registry's tReaderWriterLock
-//   2. one session record's tReaderWriterLock
-//   3. a FIFO region state's acquireMutex
-//   4. its queueMutex
-//   5. the guard mutex inside its regionEvent
+// The locks are capabilities for clang's thread-safety analysis (quarks/threadSafety.h). The
+// order in which the library takes them is stated where the registry is declared
+// (source/Quorvane/sessionRegistry.h).
 #pragma once
 
 #include <pthread.h>
@@ -21,6 +18,7 @@
 #include <cstdint>
 
 #include "protons/status/stlStatus.h"
+#include "quarks/threadSafety.h"
 
 namespace quorvane {
 
@@ -36,7 +34,7 @@ uint64_t MonotonicNow() noexcept;
 // Recursive mutex with the priority-inheritance protocol (plain recursive where the platform
 // lacks it). Creation failure: -52003 at quarks/synchronization:655. Lock results are not
 // checked.
-class tMutex {
+class CAPABILITY("mutex") tMutex {
 public:
     explicit tMutex(tStatus& status) noexcept { create(status); }
     // Not created yet: for owners that must create it later in a fixed order (tEvent).
@@ -45,8 +43,8 @@ public:
     tMutex(const tMutex&) = delete;
     tMutex& operator=(const tMutex&) = delete;
 
-    void lock() noexcept;
-    void unlock() noexcept;
+    void lock() noexcept ACQUIRE();
+    void unlock() noexcept RELEASE();
     bool initialised() const noexcept { return initialised_; }
 
     // Creates the POSIX mutex unless `status` holds an error.
@@ -60,16 +58,22 @@ private:
     bool initialised_ = false;
 };
 
-// Scoped lock of a tMutex.
-class tMutexGuard {
+// Holds a tMutex from construction until destruction, or until unlock() gives it back early.
+class SCOPED_CAPABILITY tMutexGuard {
 public:
-    explicit tMutexGuard(tMutex& mutex) noexcept : mutex_(mutex) { mutex_.lock(); }
-    ~tMutexGuard() { mutex_.unlock(); }
+    explicit tMutexGuard(tMutex& mutex) noexcept ACQUIRE(mutex) : mutex_(&mutex) { mutex_->lock(); }
+    ~tMutexGuard() RELEASE() {
+        if (mutex_ != nullptr) mutex_->unlock();
+    }
+    void unlock() noexcept RELEASE() {
+        mutex_->unlock();
+        mutex_ = nullptr;
+    }
     tMutexGuard(const tMutexGuard&) = delete;
     tMutexGuard& operator=(const tMutexGuard&) = delete;
 
 private:
-    tMutex& mutex_;
+    tMutex* mutex_;
 };
 
 // Event on a condition variable timed on CLOCK_MONOTONIC (default clock where the platform
@@ -101,7 +105,7 @@ private:
     pthread_cond_t condition_{};
     tMutex guard_;
     bool autoReset_ = false;
-    bool signalled_ = false;
+    bool signalled_ GUARDED_BY(guard_) = false;
     bool conditionInitialised_ = false;
     // The clock the condition measures deadlines on: CLOCK_MONOTONIC unless the platform
     // refused it at creation.
@@ -124,17 +128,17 @@ private:
 //
 // Misuse: the lock is not re-entrant in either mode and has no upgrade. A holder of the shared
 // mode that needs the exclusive mode releases first and re-checks afterwards.
-class tReaderWriterLock {
+class CAPABILITY("reader/writer lock") tReaderWriterLock {
 public:
     explicit tReaderWriterLock(tStatus& status) noexcept;
     ~tReaderWriterLock();
     tReaderWriterLock(const tReaderWriterLock&) = delete;
     tReaderWriterLock& operator=(const tReaderWriterLock&) = delete;
 
-    void acquireShared() noexcept;
-    void releaseShared() noexcept;
-    void acquireExclusive() noexcept;
-    void releaseExclusive() noexcept;
+    void acquireShared() noexcept ACQUIRE_SHARED();
+    void releaseShared() noexcept RELEASE_SHARED();
+    void acquireExclusive() noexcept ACQUIRE();
+    void releaseExclusive() noexcept RELEASE();
 
     // For tests: the raw counters.
     int32_t readerCountForTesting() const noexcept { return readerCount_.load(); }
@@ -143,29 +147,41 @@ public:
 private:
     void leaveReaderCount() noexcept;
 
+    // Held by a writer from the start of acquireExclusive to the end of releaseExclusive.
     tMutex writerMutex_;
-    tMutex gateMutex_;
+    tMutex gateMutex_ ACQUIRED_AFTER(writerMutex_);
     tEvent readersDrained_;
     tEvent writerGone_;
     std::atomic<int32_t> readerCount_{1};
     std::atomic<int32_t> writerActive_{0};
 };
 
-class tSharedLock {
+// Holds a reader/writer lock shared from construction until destruction, or until unlock()
+// gives it back early (to hand over to a lock taken meanwhile, as region acquisition does).
+class SCOPED_CAPABILITY tSharedLock {
 public:
-    explicit tSharedLock(tReaderWriterLock& lock) noexcept : lock_(lock) { lock_.acquireShared(); }
-    ~tSharedLock() { lock_.releaseShared(); }
+    explicit tSharedLock(tReaderWriterLock& lock) noexcept ACQUIRE_SHARED(lock) : lock_(&lock) {
+        lock_->acquireShared();
+    }
+    ~tSharedLock() RELEASE() {
+        if (lock_ != nullptr) lock_->releaseShared();
+    }
+    void unlock() noexcept RELEASE() {
+        lock_->releaseShared();
+        lock_ = nullptr;
+    }
     tSharedLock(const tSharedLock&) = delete;
     tSharedLock& operator=(const tSharedLock&) = delete;
 
 private:
-    tReaderWriterLock& lock_;
+    tReaderWriterLock* lock_;
 };
 
-class tExclusiveLock {
+// Holds a reader/writer lock exclusively from construction until destruction.
+class SCOPED_CAPABILITY tExclusiveLock {
 public:
-    explicit tExclusiveLock(tReaderWriterLock& lock) noexcept : lock_(lock) { lock_.acquireExclusive(); }
-    ~tExclusiveLock() { lock_.releaseExclusive(); }
+    explicit tExclusiveLock(tReaderWriterLock& lock) noexcept ACQUIRE(lock) : lock_(lock) { lock_.acquireExclusive(); }
+    ~tExclusiveLock() RELEASE() { lock_.releaseExclusive(); }
     tExclusiveLock(const tExclusiveLock&) = delete;
     tExclusiveLock& operator=(const tExclusiveLock&) = delete;
 

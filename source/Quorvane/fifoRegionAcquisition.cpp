@@ -71,32 +71,6 @@ uint32_t RemainingTimeout(uint64_t start, uint32_t timeout) noexcept {
     return elapsed >= timeout ? 0 : timeout - static_cast<uint32_t>(elapsed);
 }
 
-// Finds the state again after EnsureFifoRegionState released its locks, and takes its
-// acquireMutex before letting go of the registry and record locks, so no close can remove it in
-// between. A session or state that vanished meanwhile (a concurrent close) is reported, never
-// used. Returns nullptr with `code` set on failure.
-FifoRegionState* lockStateForAcquisition(uint32_t session, uint32_t fifo, std::atomic<bool>& abortFlag,
-                                         int32_t& code) noexcept {
-    tSessionRegistry& registry = sessionRegistry();
-    tSharedLock registryGuard(registry.lock());
-    tSessionRecord* record = registry.find(session);
-    if (record == nullptr) {
-        code = kStatusSessionNotRegistered;
-        return nullptr;
-    }
-    tSharedLock recordGuard(*record->lock);
-    FifoRegionState* state = record->fifoStates.find(fifo);
-    if (state == nullptr) {
-        code = kStatusSessionNotRegistered;
-        return nullptr;
-    }
-    const int32_t registered = RTSetCleanupProc(AbortFifoAcquire, &abortFlag, kHostCleanupOnCallAbort);
-    code = mergeStatus(code, HostErrorToStatus(registered));
-    if (code < 0) return nullptr;
-    state->acquireMutex->lock();
-    return state;
-}
-
 enum class tPass { leave, retry };
 
 // One wait on regionEvent and one call of the library. Updates `code`.
@@ -167,6 +141,32 @@ int32_t recordRegion(FifoRegionState& state, uint32_t session, uint32_t fifo, vo
     return code;
 }
 
+// The passes and the recording of the region, with the FIFO's acquireMutex held by the caller.
+int32_t acquireWithStateHeld(const tElementType& type, bool write, uint32_t session, uint32_t fifo,
+                             FifoRegionState& state, const std::atomic<bool>& abortFlag, uint32_t* reference,
+                             size_t requested, uint64_t start, uint32_t timeout, size_t* acquired, size_t* remaining,
+                             int32_t code) noexcept {
+    void* elements = nullptr;
+    if (abortFlag.load()) {
+        code = mergeStatus(code, kStatusAborted);
+    } else {
+        while (acquisitionPass(type, write, session, fifo, state, elements, requested, start, timeout, acquired,
+                               remaining, code) == tPass::retry) {
+            code = 0;
+            if (abortFlag.load()) {
+                code = kStatusAborted;
+                break;
+            }
+        }
+    }
+    state.regionEvent->set();
+    RTSetCleanupProc(nullptr, nullptr, kHostCleanupOnCallAbort);
+    if (requested != 0 && code >= 0) {
+        code = recordRegion(state, session, fifo, elements, *acquired, type.bytes, reference, code);
+    }
+    return code;
+}
+
 int32_t AcquireFifoRegion(bool write, uint32_t session, uint32_t fifo, uint32_t* reference, size_t requested,
                           uint32_t elementType, uint32_t timeout, size_t* acquired, size_t* remaining) noexcept {
     const uint64_t start = MonotonicNow();
@@ -177,30 +177,29 @@ int32_t AcquireFifoRegion(bool write, uint32_t session, uint32_t fifo, uint32_t*
 
     int32_t code = EnsureFifoRegionState(session, fifo);
     if (code < 0) return code;
-    std::atomic<bool> abortFlag{false};
-    FifoRegionState* state = lockStateForAcquisition(session, fifo, abortFlag, code);
-    if (state == nullptr) return code;
 
-    void* elements = nullptr;
-    if (abortFlag.load()) {
-        code = mergeStatus(code, kStatusAborted);
-    } else {
-        while (acquisitionPass(type, write, session, fifo, *state, elements, requested, start, timeout, acquired,
-                               remaining, code) == tPass::retry) {
-            code = 0;
-            if (abortFlag.load()) {
-                code = kStatusAborted;
-                break;
-            }
-        }
-    }
-    state->regionEvent->set();
-    RTSetCleanupProc(nullptr, nullptr, kHostCleanupOnCallAbort);
-    if (requested != 0 && code >= 0) {
-        code = recordRegion(*state, session, fifo, elements, *acquired, type.bytes, reference, code);
-    }
-    state->acquireMutex->unlock();
-    return code;
+    // Finds the state again: EnsureFifoRegionState released its locks, and a concurrent close may
+    // have removed the state or the session meanwhile; a missing one is reported, never used.
+    tSessionRegistry& registry = sessionRegistry();
+    tSharedLock registryGuard(registryLock());
+    tSessionRecord* record = registry.find(session);
+    if (record == nullptr) return kStatusSessionNotRegistered;
+    tSharedLock recordGuard(*record->lock);
+    FifoRegionState* state = record->fifoStates.find(fifo);
+    if (state == nullptr) return kStatusSessionNotRegistered;
+    std::atomic<bool> abortFlag{false};
+    code =
+        mergeStatus(code, HostErrorToStatus(RTSetCleanupProc(AbortFifoAcquire, &abortFlag, kHostCleanupOnCallAbort)));
+    if (code < 0) return code;
+    // acquireMutex is taken while both reader locks still keep the state in place (a close, which
+    // removes states under the registry lock held exclusively, then waits for this acquisition);
+    // only then are the reader locks given back. A second acquirer on this FIFO waits here, still
+    // holding both, for the whole of the first one.
+    tMutexGuard acquireGuard(*state->acquireMutex);
+    recordGuard.unlock();
+    registryGuard.unlock();
+    return acquireWithStateHeld(type, write, session, fifo, *state, abortFlag, reference, requested, start, timeout,
+                                acquired, remaining, code);
 }
 
 }  // namespace

@@ -20,14 +20,13 @@ FifoRegionState::~FifoRegionState() {
 
 int32_t EnsureFifoRegionState(uint32_t session, uint32_t fifo) noexcept {
     tSessionRegistry& registry = sessionRegistry();
-    tSharedLock registryGuard(registry.lock());
+    tSharedLock registryGuard(registryLock());
     tSessionRecord* record = registry.find(session);
     if (record == nullptr) return kStatusSessionNotRegistered;
-
-    record->lock->acquireShared();
-    const bool present = record->fifoStates.find(fifo) != nullptr;
-    record->lock->releaseShared();
-    if (present) return kStatusSuccess;
+    {
+        tSharedLock recordGuard(*record->lock);
+        if (record->fifoStates.find(fifo) != nullptr) return kStatusSuccess;
+    }
 
     // No upgrade: the shared hold is given up first, so look again once exclusive.
     tExclusiveLock recordGuard(*record->lock);

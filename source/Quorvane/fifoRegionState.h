@@ -34,22 +34,27 @@ struct FifoRegion {
     uint32_t fifo;
     uint64_t elementCount;
     FifoRegionState* state;
-    bool released;  // the Host deleted it before every older region came back
+    // The Host deleted it before every older region came back. Guarded by its state's
+    // queueMutex, like the queue that holds it (the analysis cannot tie a region to its state).
+    bool released;
 };
 
 class FifoRegionState {
 public:
     // Builds the queue, then queueMutex, acquireMutex and regionEvent (auto-reset, signalled),
-    // each only while creationStatus holds no error.
+    // each only while creationStatus holds no error. A state whose creationStatus holds an
+    // error is never left in a record's fifoStates.
     explicit FifoRegionState(tSessionRecord* owner) noexcept;
     ~FifoRegionState();
     FifoRegionState(const FifoRegionState&) = delete;
     FifoRegionState& operator=(const FifoRegionState&) = delete;
 
-    tSessionRecord* session;
+    tSessionRecord* const session;
     tStatus creationStatus;
-    tMutex* queueMutex = nullptr;
-    tDeque<FifoRegion> regions;
+    // Guards the queue and the released flags of its regions; taken after acquireMutex.
+    tMutex* queueMutex ACQUIRED_AFTER(acquireMutex) = nullptr;
+    tDeque<FifoRegion> regions GUARDED_BY(queueMutex);
+    // Serialises acquisitions on the FIFO; a close takes it to wait for one in progress.
     tMutex* acquireMutex = nullptr;
     tEvent* regionEvent = nullptr;
 };

@@ -39,7 +39,7 @@ struct tCloseRequest {
 // Removes every idle FIFO state of the record and reports whether any FIFO has regions out,
 // marking the record closePending if so. The mark is set under that FIFO's queueMutex, so the
 // retirement of its last region either ran before (queue found empty) or sees the mark.
-bool scanFifoStates(tSessionRecord& record) noexcept {
+bool scanFifoStates(tSessionRecord& record) noexcept REQUIRES(registryLock()) {
     bool busy = false;
     tExclusiveLock recordGuard(*record.lock);
     auto& states = record.fifoStates.items();
@@ -73,7 +73,8 @@ struct tCloseSteps {
     tParentToClose parent;
 };
 
-tCloseSteps runCloseSteps(tSessionRegistry& registry, tSessionRecord& record, uint32_t session) noexcept {
+tCloseSteps runCloseSteps(tSessionRegistry& registry, tSessionRecord& record, uint32_t session) noexcept
+    REQUIRES(registryLock()) {
     tCloseSteps steps;
     if (scanFifoStates(record)) {
         steps.busy = true;
@@ -109,7 +110,7 @@ tCloseSteps runCloseSteps(tSessionRegistry& registry, tSessionRecord& record, ui
 // Whether `request` may act on what is registered under its handle (nullptr: nothing). A
 // deferred close takes the record's mark here: of two retirements that found it set, only one
 // closes; if the close is refused again, the scan marks the record anew.
-bool admits(const tCloseRequest& request, tSessionRecord* record) noexcept {
+bool admits(const tCloseRequest& request, tSessionRecord* record) noexcept REQUIRES(registryLock()) {
     switch (request.closer) {
         case tCloser::host:
             return true;
@@ -128,11 +129,11 @@ void removeCleanup(uint32_t session) noexcept {
     RTSetCleanupProc(SessionCleanupProc, cleanupArgument(session), kHostCleanupRemove);
 }
 
-int32_t closeSession(uint32_t session, uint32_t attribute, tCloseRequest request) noexcept {
+int32_t closeSession(uint32_t session, uint32_t attribute, tCloseRequest request) noexcept EXCLUDES(registryLock()) {
     tSessionRegistry& registry = sessionRegistry();
     tCloseSteps steps;
     {
-        tExclusiveLock registryGuard(registry.lock());
+        tExclusiveLock registryGuard(registryLock());
         tSessionRecord* record = registry.find(session);
         if (!admits(request, record)) return kStatusSuccess;
         if (record != nullptr) {

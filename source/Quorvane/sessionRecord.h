@@ -11,6 +11,10 @@
 
 namespace quorvane {
 
+// The registry's lock (sessionRegistry.h, where the lock order is written). Besides the map, it
+// guards each record's links to other records: children, parent and closeWithLastChild.
+tReaderWriterLock& registryLock() noexcept;
+
 struct tSessionRecord {
     // Builds the members in order; a failure stays in `status`, and a record whose status
     // holds an error never stays registered.
@@ -30,14 +34,16 @@ struct tSessionRecord {
     // own names the record it marked by this number.
     const uint64_t serial;
     tStatus status;
-    // Guards fifoStates; empty when it could not be allocated (status then holds the error).
-    tReaderWriterLock* lock = nullptr;
-    tMap<uint32_t, FifoRegionState> fifoStates;
+    // Guards fifoStates; empty when it could not be allocated (status then holds the error), and
+    // such a record is never registered. Taken after the registry lock, before any FIFO state's
+    // mutexes.
+    tReaderWriterLock* lock ACQUIRED_AFTER(registryLock()) = nullptr;
+    tMap<uint32_t, FifoRegionState> fifoStates GUARDED_BY(lock);
     // Resource sessions opened on this session, in the order of opening.
-    tList<uint32_t> children;
+    tList<uint32_t> children GUARDED_BY(registryLock());
     // For a resource session: the record of the session it was opened on.
-    tSessionRecord* parent = nullptr;
-    uint8_t closeWithLastChild = 0;
+    tSessionRecord* parent GUARDED_BY(registryLock()) = nullptr;
+    uint8_t closeWithLastChild GUARDED_BY(registryLock()) = 0;
 };
 
 }  // namespace quorvane

@@ -11,6 +11,10 @@ tSessionRegistry& sessionRegistry() noexcept {
     return gRegistry;
 }
 
+tReaderWriterLock& registryLock() noexcept {
+    return gRegistry.lock_;
+}
+
 tSessionRegistry::tSessionRegistry() noexcept : lock_(lockCreationStatus_) {}
 
 tSessionRegistry::~tSessionRegistry() = default;
@@ -24,7 +28,8 @@ uint32_t tSessionRegistry::keyOf(const tSessionRecord* record) noexcept {
 
 namespace {
 // Ties a resource session's record to its parent's. Registry lock held exclusively.
-int32_t linkToParent(tSessionRegistry& registry, tSessionRecord& record, uint32_t session, uint32_t parent) noexcept {
+int32_t linkToParent(tSessionRegistry& registry, tSessionRecord& record, uint32_t session, uint32_t parent) noexcept
+    REQUIRES(registryLock()) {
     tSessionRecord* parentRecord = registry.find(parent);
     if (parentRecord == nullptr) return kStatusSessionNotRegistered;
     // A resource session on a resource session would outlive the closes that end its parent:
@@ -42,7 +47,7 @@ int32_t linkToParent(tSessionRegistry& registry, tSessionRecord& record, uint32_
 
 int32_t RegisterSession(const uint32_t* session, uint32_t parent) noexcept {
     tSessionRegistry& registry = sessionRegistry();
-    tExclusiveLock guard(registry.lock());
+    tExclusiveLock guard(registryLock());
     tSessionRecord* record = registry.insert(*session);  // nullptr when the map ran out of memory
     tStatus result;
     if (registry.allocationFailed()) result.setCode(kStatusMemoryFull, kStlStatusFile, kStlStatusLine);

@@ -3,8 +3,21 @@
 //
 // The registry lock guards the map, every record's children / parent / closeWithLastChild, and
 // the existence of every record. It is held exclusively by registration and close, shared by
-// FIFO start, region acquisition, the reset and download guard and resource enumeration.
-// It is the outermost lock of the library (see quarks/synchronization.h for the order).
+// FIFO start, region acquisition, the reset and download guard, resource enumeration and the
+// open's look at the map's allocation flag.
+//
+// Lock order of the whole library, outermost first. Nothing takes them in another order, and
+// no thread takes a lock it already holds (the reader/writer locks are not re-entrant):
+//   1. the registry lock (registryLock())
+//   2. one session record's lock (tSessionRecord::lock); a close takes one record's lock at a
+//      time: its own, then each resource session's in turn
+//   3. a FIFO region state's acquireMutex, held by an acquirer for its whole acquisition
+//   4. that state's queueMutex, which guards its queue of regions
+//   5. the guard mutex inside that state's regionEvent
+// The deletion callback of a region takes only 4 and 5, and runs the deferred close (which
+// starts again at 1) only after giving 4 back. Calls into the Host and the FPGA interface
+// library are made with at most 1 to 4 held, and never with a lock the callee could need:
+// Quorvane_Close calls the driver for its own handle only after releasing the registry lock.
 #pragma once
 
 #include <atomic>
@@ -25,28 +38,30 @@ public:
     // closed and nobody is called.
     ~tSessionRegistry();
 
-    tReaderWriterLock& lock() noexcept { return lock_; }
-    // What creating the lock reported; every open merges it first.
+    // What creating the lock reported; every open merges it first. Written only at load.
     const tStatus& lockCreationStatus() const noexcept { return lockCreationStatus_; }
     // Raised for good once the map could not obtain memory.
-    bool allocationFailed() const noexcept { return sessions_.allocationFailed(); }
+    bool allocationFailed() const noexcept REQUIRES_SHARED(registryLock()) { return sessions_.allocationFailed(); }
 
-    // The following run under the lock, held as each says.
-    tSessionRecord* find(uint32_t session) noexcept { return sessions_.find(session); }
-    // Exclusive. Builds a record under `session` unless one is there; returns the record now
-    // under the handle, or nullptr when the map could not obtain memory.
-    tSessionRecord* insert(uint32_t session) noexcept { return sessions_.tryEmplace(session).first; }
-    // Exclusive. Removes and destroys the record.
-    void remove(uint32_t session) noexcept { sessions_.erase(session); }
+    tSessionRecord* find(uint32_t session) noexcept REQUIRES_SHARED(registryLock()) { return sessions_.find(session); }
+    // Builds a record under `session` unless one is there; returns the record now under the
+    // handle, or nullptr when the map could not obtain memory.
+    tSessionRecord* insert(uint32_t session) noexcept REQUIRES(registryLock()) {
+        return sessions_.tryEmplace(session).first;
+    }
+    // Removes and destroys the record.
+    void remove(uint32_t session) noexcept REQUIRES(registryLock()) { sessions_.erase(session); }
     // The key under which `record` is registered, found by walking the map; 0 when absent.
-    uint32_t keyOf(const tSessionRecord* record) noexcept;
-    uint64_t recordCount() const noexcept { return sessions_.size(); }
+    uint32_t keyOf(const tSessionRecord* record) noexcept REQUIRES_SHARED(registryLock());
+    uint64_t recordCount() const noexcept REQUIRES_SHARED(registryLock()) { return sessions_.size(); }
 
     // How many IRQ contexts each later open reserves on its new session.
     std::atomic<int32_t> irqContextReserveCount{0};
 
 private:
-    tMap<uint32_t, tSessionRecord> sessions_;
+    friend tReaderWriterLock& registryLock() noexcept;
+
+    tMap<uint32_t, tSessionRecord> sessions_ GUARDED_BY(registryLock());
     tStatus lockCreationStatus_;
     tReaderWriterLock lock_;
 };
@@ -58,6 +73,6 @@ tSessionRegistry& sessionRegistry() noexcept;
 // handle of the session a resource session was opened on, 0 for none. Returns the status:
 // -52000 when the map could not obtain memory, the record's own creation error, or the
 // result of linking to the parent.
-int32_t RegisterSession(const uint32_t* session, uint32_t parent) noexcept;
+int32_t RegisterSession(const uint32_t* session, uint32_t parent) noexcept EXCLUDES(registryLock());
 
 }  // namespace quorvane

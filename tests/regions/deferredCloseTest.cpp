@@ -19,12 +19,8 @@ TEST_F(DeferredClose, IdleFifoIsDroppedBusyOneDefersTheCloseUntilItsLastRegion) 
     EXPECT_EQ(Quorvane_Close(session, 9), -61217);
     EXPECT_TRUE(registered(session));
     EXPECT_EQ(closesOf(session), 0u);
-    {
-        tSharedLock guard(sessionRegistry().lock());
-        tSessionRecord* record = sessionRegistry().find(session);
-        EXPECT_EQ(record->fifoStates.size(), 1u) << "the idle FIFO's state is gone";
-        EXPECT_EQ(record->closePending.load(), 1);
-    }
+    EXPECT_EQ(fifoStateCount(session), 1u) << "the idle FIFO's state is gone";
+    EXPECT_TRUE(closePending(session));
     EXPECT_EQ(HostSim_DeleteReference(second), 0) << "only marked";
     EXPECT_EQ(closesOf(session), 0u);
     EXPECT_EQ(HostSim_DeleteReference(first), 0);
@@ -130,7 +126,7 @@ TEST_P(CloseInTheGap, ReachesTheDriverOncePerHandle) {
         std::thread deleter([&] { HostSim_DeleteReference(reference); });
         waitUntil([] { return BrennSim_HeldCalls("BrennDll_ReleaseFifoElements") == 1; });
         host = std::thread([&] { hostCloses(session); });
-        waitUntil([] { return sessionRegistry().lock().writerActiveForTesting() == 1; });
+        waitUntil([] { return registryLock().writerActiveForTesting() == 1; });
         BrennSim_Release("BrennDll_ReleaseFifoElements");
         deleter.join();
         host.join();

@@ -91,8 +91,7 @@ TEST_F(RegionAcquisition, BadArgumentsAreRefusedBeforeAnythingIsCreated) {
     EXPECT_EQ(Quorvane_StartFifo(0x5555, 1), -63195);
     EXPECT_EQ(Quorvane_StartFifo(session | kQuorvaneSessionRefusedBit, 1), -61499);
     EXPECT_EQ(BrennSim_CallCount(), callsBefore) << "the FPGA interface library is never asked";
-    tSharedLock guard(sessionRegistry().lock());
-    EXPECT_EQ(sessionRegistry().find(session)->fifoStates.size(), 0u) << "no FIFO state was created";
+    EXPECT_EQ(fifoStateCount(session), 0u) << "no FIFO state was created";
 }
 
 TEST_F(RegionAcquisition, StartFifoCreatesTheStateOnceAndAlwaysStartsTheFifo) {
@@ -101,8 +100,7 @@ TEST_F(RegionAcquisition, StartFifoCreatesTheStateOnceAndAlwaysStartsTheFifo) {
     const auto starts = callsOf("BrennDll_StartFifo");
     ASSERT_EQ(starts.size(), 2u);
     EXPECT_EQ(starts[1].args[0], session | kQuorvaneResourceCallBit);
-    tSharedLock guard(sessionRegistry().lock());
-    EXPECT_EQ(sessionRegistry().find(session)->fifoStates.size(), 1u);
+    EXPECT_EQ(fifoStateCount(session), 1u);
 }
 
 TEST_F(RegionAcquisition, ZeroElementsCallsTheLibraryButRecordsNothing) {
@@ -188,8 +186,11 @@ TEST_F(RegionAcquisition, TwoRegionsAreQueuedInAcquisitionOrder) {
     std::memcpy(&regions[0], HostSim_ReferenceRecord(first), sizeof(FifoRegion*));
     std::memcpy(&regions[1], HostSim_ReferenceRecord(second), sizeof(FifoRegion*));
     EXPECT_EQ(regions[0]->state, regions[1]->state);
-    EXPECT_EQ(&regions[0]->state->regions.front(), regions[0]);
-    EXPECT_EQ(&regions[0]->state->regions.back(), regions[1]);
+    {
+        tMutexGuard queueGuard(*regions[0]->state->queueMutex);
+        EXPECT_EQ(&regions[0]->state->regions.front(), regions[0]);
+        EXPECT_EQ(&regions[0]->state->regions.back(), regions[1]);
+    }
     HostSim_DeleteReference(second);
     HostSim_DeleteReference(first);
 }

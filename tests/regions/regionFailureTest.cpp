@@ -72,7 +72,7 @@ TEST_F(RegionAllocationFailure, EveryAllocationOfAFirstAcquisitionCanFailCleanly
     }
     EXPECT_TRUE(succeeded);
     HostSim_RunProgramStop();
-    EXPECT_EQ(sessionRegistry().recordCount(), 0u);
+    EXPECT_EQ(registeredSessionCount(), 0u);
     EXPECT_EQ(heap::liveBlocks(), blocksBefore);
     EXPECT_EQ(HostSim_LiveReferenceCount(), 0u);
 }

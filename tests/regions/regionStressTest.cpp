@@ -107,7 +107,7 @@ TEST_F(RegionStress, AcquireDeleteCloseStopAndAbortInterleaveSafely) {
 
     EXPECT_GT(acquiredRegions.load(), 0u);
     EXPECT_EQ(HostSim_LiveReferenceCount(), 0u);
-    EXPECT_EQ(sessionRegistry().recordCount(), 0u);
+    EXPECT_EQ(registeredSessionCount(), 0u);
     EXPECT_EQ(BrennSim_OpenSessionCount(), 0u);
     EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 0u);
     EXPECT_EQ(heap::liveBlocks(), blocksBefore) << "records, states and queues are all given back";

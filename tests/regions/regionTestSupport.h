@@ -55,10 +55,18 @@ protected:
         return count;
     }
 
-    static bool registered(uint32_t handle) {
-        tSessionRegistry& registry = sessionRegistry();
-        tSharedLock guard(registry.lock());
-        return registry.find(handle) != nullptr;
+    static bool registered(uint32_t handle) { return isRegistered(handle); }
+
+    // How many FIFO states the session's record holds; its closePending mark.
+    static size_t fifoStateCount(uint32_t handle) {
+        tSharedLock registryGuard(registryLock());
+        tSessionRecord* record = sessionRegistry().find(handle);
+        tSharedLock recordGuard(*record->lock);
+        return record->fifoStates.size();
+    }
+    static bool closePending(uint32_t handle) {
+        tSharedLock registryGuard(registryLock());
+        return sessionRegistry().find(handle)->closePending.load() != 0;
     }
 
     uint32_t session = 0;

@@ -65,7 +65,7 @@ TEST_F(ResourceConcurrency, EnumerationsRunAlongsideOpensAndCloses) {
 
     EXPECT_EQ(badEnumerations.load(), 0);
     EXPECT_EQ(badSessions.load(), 0);
-    EXPECT_EQ(sessionRegistry().recordCount(), 0u);
+    EXPECT_EQ(registeredSessionCount(), 0u);
     EXPECT_EQ(BrennSim_OpenSessionCount(), 1u) << "only the enumerated session";
     expectNothingLeaked();
 }
@@ -76,7 +76,7 @@ TEST_F(ResourceConcurrency, EnumerationWaitsWhileTheRegistryLockIsHeldExclusivel
     std::atomic<int32_t> status{1};
     std::thread enumerator;
     {
-        tExclusiveLock exclusive(sessionRegistry().lock());
+        tExclusiveLock exclusive(registryLock());
         enumerator = std::thread([&] { status = Quorvane_GetResources(session, array); });
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         EXPECT_EQ(BrennSim_CountCalls("BrennDll_GetSessionIndexes"), 0u) << "ran under an exclusive holder";

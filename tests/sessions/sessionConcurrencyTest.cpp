@@ -42,7 +42,7 @@ TEST_F(SessionConcurrency, NoSessionOutlivesRacingClosesAndProgramStops) {
 
     EXPECT_EQ(opened.load(), kThreads * kRounds);
     EXPECT_EQ(BrennSim_OpenSessionCount(), 0u);
-    EXPECT_EQ(sessionRegistry().recordCount(), 0u);
+    EXPECT_EQ(registeredSessionCount(), 0u);
     EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 0u);
 }
 

@@ -21,7 +21,7 @@ protected:
     static void expectNothingLeft() {
         EXPECT_EQ(BrennSim_OpenSessionCount(), 0u);
         EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 0u);
-        EXPECT_EQ(sessionRegistry().recordCount(), 0u);
+        EXPECT_EQ(registeredSessionCount(), 0u);
     }
 };
 
@@ -91,7 +91,10 @@ TEST_F(SessionFailure, MapAllocationFailureIsStickyAndLeavesNothingOpen) {
     uint32_t session = 0;
     EXPECT_EQ(Quorvane_Open("", "", "RIO0", 0, &session), -52000);
     expectNothingLeft();
-    EXPECT_TRUE(sessionRegistry().allocationFailed());
+    {
+        tSharedLock guard(registryLock());
+        EXPECT_TRUE(sessionRegistry().allocationFailed());
+    }
     BrennSim_Reset();
     EXPECT_EQ(Quorvane_Open("", "", "RIO0", 0, &session), -52000);
     EXPECT_EQ(BrennSim_CountCalls("BrennDll_Open"), 0u) << "refused before the target is asked";

@@ -39,12 +39,12 @@ TEST_P(IrqReserveCount, OpenReservesEachContextBeforeRegisteringAndCloseUndoesEv
         EXPECT_EQ(call.args[1], 0u) << "the context pointer is always null";
     }
     EXPECT_TRUE(cleanupRegistered(session));
-    EXPECT_EQ(sessionRegistry().recordCount(), 1u);
+    EXPECT_EQ(registeredSessionCount(), 1u);
 
     EXPECT_EQ(Quorvane_Close(session, 7), 0);
     EXPECT_FALSE(cleanupRegistered(session));
     EXPECT_FALSE(BrennSim_IsSessionOpen(session));
-    EXPECT_EQ(sessionRegistry().recordCount(), 0u);
+    EXPECT_EQ(registeredSessionCount(), 0u);
     const auto closes = callsOf("BrennDll_Close");
     ASSERT_EQ(closes.size(), 1u);
     EXPECT_EQ(closes[0].args[1], 7u) << "the attribute reaches the target unchanged";
@@ -82,7 +82,7 @@ TEST_F(SessionLifecycle, WarningOfTheOpenSurvivesSuccessfulReserves) {
     Quorvane_ReserveIrqContext();
     scriptAnswer("BrennDll_Open", 42, {}, kBrennSimAfterReal);
     const uint32_t session = open(42);
-    EXPECT_EQ(sessionRegistry().recordCount(), 1u);
+    EXPECT_EQ(registeredSessionCount(), 1u);
     EXPECT_TRUE(cleanupRegistered(session));
 }
 
@@ -92,7 +92,7 @@ TEST_F(SessionLifecycle, WarningOfAReserveReplacesOnlySuccess) {
     scriptAnswer("BrennDll_ReserveIrqContext", 5, {}, kBrennSimAfterReal);
     scriptAnswer("BrennDll_ReserveIrqContext", 9, {}, kBrennSimAfterReal);
     open(5);
-    EXPECT_EQ(sessionRegistry().recordCount(), 1u);
+    EXPECT_EQ(registeredSessionCount(), 1u);
 }
 
 TEST_F(SessionLifecycle, TwoOpensThatYieldTheSameHandleLeaveOneRecord) {
@@ -100,10 +100,10 @@ TEST_F(SessionLifecycle, TwoOpensThatYieldTheSameHandleLeaveOneRecord) {
     scriptAnswer("BrennDll_Open", 0, {0x77});
     EXPECT_EQ(open(), 0x77u);
     EXPECT_EQ(open(), 0x77u);
-    EXPECT_EQ(sessionRegistry().recordCount(), 1u);
+    EXPECT_EQ(registeredSessionCount(), 1u);
     scriptAnswer("BrennDll_Close", 0);
     EXPECT_EQ(Quorvane_Close(0x77, 0), 0);
-    EXPECT_EQ(sessionRegistry().recordCount(), 0u);
+    EXPECT_EQ(registeredSessionCount(), 0u);
 }
 
 TEST_F(SessionLifecycle, CloseOfAnUnregisteredHandleRemovesItsCleanupAndReturnsTheTargetsAnswer) {
@@ -124,14 +124,14 @@ TEST_F(SessionLifecycle, RefusedHandleIsRefusedBeforeAnythingElse) {
     EXPECT_EQ(Quorvane_Close(session | kQuorvaneSessionRefusedBit, 0), -61499);
     EXPECT_EQ(BrennSim_CallCount(), 0u);
     EXPECT_EQ(HostSim_CallCount("RTSetCleanupProc"), hostCalls);
-    EXPECT_EQ(sessionRegistry().recordCount(), 1u);
+    EXPECT_EQ(registeredSessionCount(), 1u);
 }
 
 TEST_F(SessionLifecycle, ProgramStopClosesEverySessionWithAttributeOne) {
     std::vector<uint32_t> sessions{open(), open(), open()};
     EXPECT_EQ(HostSim_RunProgramStop(), 3u);
     EXPECT_EQ(BrennSim_OpenSessionCount(), 0u);
-    EXPECT_EQ(sessionRegistry().recordCount(), 0u);
+    EXPECT_EQ(registeredSessionCount(), 0u);
     for (const auto& call : callsOf("BrennDll_Close")) EXPECT_EQ(call.args[1], 1u);
     EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 0u);
 }

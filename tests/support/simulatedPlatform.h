@@ -11,6 +11,7 @@
 #include "BrennSim.h"
 #include "HostSim.h"
 #include "MoskSrvSim.h"
+#include "Quorvane/sessionRegistry.h"
 
 namespace quorvane::testing {
 
@@ -42,6 +43,17 @@ inline void scriptAnswer(const char* function, int32_t status, std::vector<uint6
     answer.outputCount = static_cast<uint32_t>(outputs.size());
     for (size_t i = 0; i < outputs.size() && i < 4; ++i) answer.outputs[i] = outputs[i];
     BrennSim_Script(function, &answer);
+}
+
+// Sessions in the library's registry right now.
+inline uint64_t registeredSessionCount() {
+    tSharedLock guard(registryLock());
+    return sessionRegistry().recordCount();
+}
+
+inline bool isRegistered(uint32_t handle) {
+    tSharedLock guard(registryLock());
+    return sessionRegistry().find(handle) != nullptr;
 }
 
 class SimulatedPlatformTest : public ::testing::Test {
