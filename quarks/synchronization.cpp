@@ -173,8 +173,20 @@ tReaderWriterLock::tReaderWriterLock(tStatus& status) noexcept
 tReaderWriterLock::~tReaderWriterLock() = default;
 
 // Takes one count away; whoever takes the last one tells the draining writer.
-void tReaderWriterLock::leaveReaderCount() noexcept {
-    if (readerCount_.fetch_sub(1, std::memory_order_seq_cst) == 1) readersDrained_.set();
+//
+// Two readers can both take the count from 1 to 0 during one drain: the first leaves, and a
+// second arrives and backs off before the writer goes in. Whichever sets readersDrained first
+// lets the writer in; the other's set may come late, after that writer has released and reset
+// the event, and a later writer would then find it set and walk in on a reader. So the set is
+// made under gateMutex, which a releasing writer holds while it raises the count and resets the
+// event, and only while the count is still 0: a writer is still draining, and no reader is in.
+// (A model check of the lock found the late set; model/readerWriterLock.pml.) The mutex is
+// recursive, so the back-off, which already holds it, may call this too. A reader that leaves
+// while no writer drains never gets here: its subtract does not see 1.
+void tReaderWriterLock::leaveReaderCount() noexcept NO_THREAD_SAFETY_ANALYSIS {
+    if (readerCount_.fetch_sub(1, std::memory_order_seq_cst) != 1) return;
+    tMutexGuard gate(gateMutex_);
+    if (readerCount_.load(std::memory_order_seq_cst) == 0) readersDrained_.set();
 }
 
 // The lock's own operations are the primitive the analysis trusts: a shared hold is a count,
