@@ -51,9 +51,23 @@ extern "C" {
  * closed when the Host stops the program, and records the session. */
 QUORVANE_EXPORT int32_t Quorvane_Open(const char* bitfile, const char* signature, const char* resource,
                                       uint32_t attribute, uint32_t* session) QUORVANE_NOEXCEPT;
-/* Closes a session. Refused with -61217 while FIFO regions of it (or of one of its resource
- * sessions) are outstanding; the close then completes by itself, with attribute 1, when the
- * last region comes back. */
+/* Closes a session, and its resource sessions with it. Refused with -61217 while FIFO regions
+ * of it (or of one of its resource sessions) are outstanding; the close then completes by
+ * itself, with attribute 1, when the last region comes back (a refused close of a parent
+ * completes with the close of its last busy resource session).
+ *
+ * After -61217 the close belongs to the library: do not call Quorvane_Close for that session
+ * again, except while you still hold one of its regions (the call is then refused again). A
+ * close of a handle that is not registered here is passed to the FPGA interface library
+ * unchanged, so a close made after the library has completed it reaches the driver for a
+ * handle that is no longer open, or that the driver has since given to another session. The
+ * closes the library runs on its own (the completion above, and the cleanup procedure the Host
+ * runs when it stops the program) act only on a session that is still registered, so they never
+ * close a handle twice.
+ *
+ * Blocks: the close waits for an acquisition in progress on any FIFO of the session (and of its
+ * resource sessions), up to that acquisition's time-out, and holds the library's registry lock
+ * meanwhile, so opens, closes and acquisitions on other sessions wait as well. */
 QUORVANE_EXPORT int32_t Quorvane_Close(uint32_t session, uint32_t attribute) QUORVANE_NOEXCEPT;
 QUORVANE_EXPORT int32_t Quorvane_OpenResource(uint32_t session, const char* name, uint32_t attribute,
                                               uint32_t* resourceSession) QUORVANE_NOEXCEPT;
@@ -65,6 +79,29 @@ QUORVANE_EXPORT int32_t Quorvane_Abort(uint32_t session) QUORVANE_NOEXCEPT;
 /* ---- FIFO regions (zero copy) --------------------------------------------------------- */
 
 QUORVANE_EXPORT int32_t Quorvane_StartFifo(uint32_t session, uint32_t fifo) QUORVANE_NOEXCEPT;
+/* Lends the Host a region of the FIFO's buffer: elements to read, or room to write. The
+ * reference made in *reference points into the FPGA interface library's buffer; deleting it
+ * hands the elements back, always in acquisition order whatever order references are deleted
+ * in. Acquisitions on one FIFO run one at a time.
+ *
+ * Time-out in milliseconds: 0 does not wait; 0xFFFFFFFF waits without limit, in slices of
+ * 3000 ms between which an abort by the Host (-50405) is noticed. When the FPGA interface
+ * library answers -61219 (no room until lent elements come back), the acquisition waits for a
+ * region of this FIFO to be handed back and tries again; with a finite time-out it gives up
+ * with -61219 when the time-out runs out.
+ *
+ * Consequences to know:
+ *  - With the infinite time-out, a -50400 (the FPGA interface library's own time-out, no data
+ *    yet) is retried too, but the library is called again only after a region of this FIFO
+ *    has been handed back. With no region of the FIFO out, such an acquisition waits until the
+ *    Host aborts it. To wait for data, use a finite time-out and call again.
+ *  - While an acquisition is in progress, a Quorvane_Close of its session waits for it (see
+ *    Quorvane_Close).
+ *  - If the region cannot be recorded after the elements were acquired (-52000 when memory
+ *    runs out, or the Host's reference could not be made), the elements stay acquired in the
+ *    FPGA interface library: with no region to retire, the library never hands them back, and
+ *    what becomes of them (until the FIFO is stopped or the session closed) is the FPGA
+ *    interface library's affair. */
 QUORVANE_EXPORT int32_t Quorvane_AcquireFifoReadRegionScalar(uint32_t session, uint32_t fifo, uint32_t* reference,
                                                              size_t elementsRequested, uint32_t elementType,
                                                              uint32_t unused, uint32_t timeout,
