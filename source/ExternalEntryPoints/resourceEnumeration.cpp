@@ -90,6 +90,6 @@ int32_t enumerateResources(uint32_t session, void** stringArray) noexcept {
 extern "C" int32_t Quorvane_GetResources(uint32_t session, void** stringArray) noexcept {
     if (isRefusedSession(session)) return kStatusSessionRefused;
     if (hostBlock(stringArray) == nullptr) return kStatusInvalidArgument;
-    tSharedLock shared(registryLock());
+    tSharedLock shared(gRegistryLock);
     return enumerateResources(session & ~kQuorvaneSessionFlagNibble, stringArray);
 }

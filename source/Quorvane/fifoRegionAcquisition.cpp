@@ -181,7 +181,7 @@ int32_t AcquireFifoRegion(bool write, uint32_t session, uint32_t fifo, uint32_t*
     // Finds the state again: EnsureFifoRegionState released its locks, and a concurrent close may
     // have removed the state or the session meanwhile; a missing one is reported, never used.
     tSessionRegistry& registry = sessionRegistry();
-    tSharedLock registryGuard(registryLock());
+    tSharedLock registryGuard(gRegistryLock);
     tSessionRecord* record = registry.find(session);
     if (record == nullptr) return kStatusSessionNotRegistered;
     tSharedLock recordGuard(*record->lock);

@@ -20,7 +20,7 @@ FifoRegionState::~FifoRegionState() {
 
 int32_t EnsureFifoRegionState(uint32_t session, uint32_t fifo) noexcept {
     tSessionRegistry& registry = sessionRegistry();
-    tSharedLock registryGuard(registryLock());
+    tSharedLock registryGuard(gRegistryLock);
     tSessionRecord* record = registry.find(session);
     if (record == nullptr) return kStatusSessionNotRegistered;
     {

@@ -14,7 +14,7 @@ namespace {
 // seen, and the answer may be stale by the time the caller acts on it.
 bool SessionHasOutstandingRegions(uint32_t session) noexcept {
     tSessionRegistry& registry = sessionRegistry();
-    tSharedLock registryGuard(registryLock());
+    tSharedLock registryGuard(gRegistryLock);
     tSessionRecord* record = registry.find(session);
     if (record == nullptr) return false;
     tSharedLock recordGuard(*record->lock);

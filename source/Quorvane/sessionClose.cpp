@@ -39,7 +39,7 @@ struct tCloseRequest {
 // Removes every idle FIFO state of the record and reports whether any FIFO has regions out,
 // marking the record closePending if so. The mark is set under that FIFO's queueMutex, so the
 // retirement of its last region either ran before (queue found empty) or sees the mark.
-bool scanFifoStates(tSessionRecord& record) noexcept REQUIRES(registryLock()) {
+bool scanFifoStates(tSessionRecord& record) noexcept REQUIRES(gRegistryLock) {
     bool busy = false;
     tExclusiveLock recordGuard(*record.lock);
     auto& states = record.fifoStates.items();
@@ -74,7 +74,7 @@ struct tCloseSteps {
 };
 
 tCloseSteps runCloseSteps(tSessionRegistry& registry, tSessionRecord& record, uint32_t session) noexcept
-    REQUIRES(registryLock()) {
+    REQUIRES(gRegistryLock) {
     tCloseSteps steps;
     if (scanFifoStates(record)) {
         steps.busy = true;
@@ -110,7 +110,7 @@ tCloseSteps runCloseSteps(tSessionRegistry& registry, tSessionRecord& record, ui
 // Whether `request` may act on what is registered under its handle (nullptr: nothing). A
 // deferred close takes the record's mark here: of two retirements that found it set, only one
 // closes; if the close is refused again, the scan marks the record anew.
-bool admits(const tCloseRequest& request, tSessionRecord* record) noexcept REQUIRES(registryLock()) {
+bool admits(const tCloseRequest& request, tSessionRecord* record) noexcept REQUIRES(gRegistryLock) {
     switch (request.closer) {
         case tCloser::host:
             return true;
@@ -129,11 +129,11 @@ void removeCleanup(uint32_t session) noexcept {
     RTSetCleanupProc(SessionCleanupProc, cleanupArgument(session), kHostCleanupRemove);
 }
 
-int32_t closeSession(uint32_t session, uint32_t attribute, tCloseRequest request) noexcept EXCLUDES(registryLock()) {
+int32_t closeSession(uint32_t session, uint32_t attribute, tCloseRequest request) noexcept EXCLUDES(gRegistryLock) {
     tSessionRegistry& registry = sessionRegistry();
     tCloseSteps steps;
     {
-        tExclusiveLock registryGuard(registryLock());
+        tExclusiveLock registryGuard(gRegistryLock);
         tSessionRecord* record = registry.find(session);
         if (!admits(request, record)) return kStatusSuccess;
         if (record != nullptr) {

@@ -12,8 +12,9 @@
 namespace quorvane {
 
 // The registry's lock (sessionRegistry.h, where the lock order is written). Besides the map, it
-// guards each record's links to other records: children, parent and closeWithLastChild.
-tReaderWriterLock& registryLock() noexcept;
+// guards each record's links to other records: children, parent and closeWithLastChild. A
+// global name, so that the thread-safety analysis can order other locks after it.
+extern tReaderWriterLock& gRegistryLock;
 
 struct tSessionRecord {
     // Builds the members in order; a failure stays in `status`, and a record whose status
@@ -37,13 +38,13 @@ struct tSessionRecord {
     // Guards fifoStates; empty when it could not be allocated (status then holds the error), and
     // such a record is never registered. Taken after the registry lock, before any FIFO state's
     // mutexes.
-    tReaderWriterLock* lock ACQUIRED_AFTER(registryLock()) = nullptr;
+    tReaderWriterLock* lock ACQUIRED_AFTER(gRegistryLock) = nullptr;
     tMap<uint32_t, FifoRegionState> fifoStates GUARDED_BY(lock);
     // Resource sessions opened on this session, in the order of opening.
-    tList<uint32_t> children GUARDED_BY(registryLock());
+    tList<uint32_t> children GUARDED_BY(gRegistryLock);
     // For a resource session: the record of the session it was opened on.
-    tSessionRecord* parent GUARDED_BY(registryLock()) = nullptr;
-    uint8_t closeWithLastChild GUARDED_BY(registryLock()) = 0;
+    tSessionRecord* parent GUARDED_BY(gRegistryLock) = nullptr;
+    uint8_t closeWithLastChild GUARDED_BY(gRegistryLock) = 0;
 };
 
 }  // namespace quorvane

@@ -11,9 +11,12 @@ tSessionRegistry& sessionRegistry() noexcept {
     return gRegistry;
 }
 
-tReaderWriterLock& registryLock() noexcept {
-    return gRegistry.lock_;
+tReaderWriterLock& lockOf(tSessionRegistry& registry) noexcept {
+    return registry.lock_;
 }
+
+// Bound while the library is loaded, right after the registry it names.
+tReaderWriterLock& gRegistryLock = lockOf(gRegistry);
 
 tSessionRegistry::tSessionRegistry() noexcept : lock_(lockCreationStatus_) {}
 
@@ -29,7 +32,7 @@ uint32_t tSessionRegistry::keyOf(const tSessionRecord* record) noexcept {
 namespace {
 // Ties a resource session's record to its parent's. Registry lock held exclusively.
 int32_t linkToParent(tSessionRegistry& registry, tSessionRecord& record, uint32_t session, uint32_t parent) noexcept
-    REQUIRES(registryLock()) {
+    REQUIRES(gRegistryLock) {
     tSessionRecord* parentRecord = registry.find(parent);
     if (parentRecord == nullptr) return kStatusSessionNotRegistered;
     // A resource session on a resource session would outlive the closes that end its parent:
@@ -47,7 +50,7 @@ int32_t linkToParent(tSessionRegistry& registry, tSessionRecord& record, uint32_
 
 int32_t RegisterSession(const uint32_t* session, uint32_t parent) noexcept {
     tSessionRegistry& registry = sessionRegistry();
-    tExclusiveLock guard(registryLock());
+    tExclusiveLock guard(gRegistryLock);
     tSessionRecord* record = registry.insert(*session);  // nullptr when the map ran out of memory
     tStatus result;
     if (registry.allocationFailed()) result.setCode(kStatusMemoryFull, kStlStatusFile, kStlStatusLine);

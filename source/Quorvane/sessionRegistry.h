@@ -8,7 +8,7 @@
 //
 // Lock order of the whole library, outermost first. Nothing takes them in another order, and
 // no thread takes a lock it already holds (the reader/writer locks are not re-entrant):
-//   1. the registry lock (registryLock())
+//   1. the registry lock (gRegistryLock)
 //   2. one session record's lock (tSessionRecord::lock); a close takes one record's lock at a
 //      time: its own, then each resource session's in turn
 //   3. a FIFO region state's acquireMutex, held by an acquirer for its whole acquisition
@@ -41,27 +41,27 @@ public:
     // What creating the lock reported; every open merges it first. Written only at load.
     const tStatus& lockCreationStatus() const noexcept { return lockCreationStatus_; }
     // Raised for good once the map could not obtain memory.
-    bool allocationFailed() const noexcept REQUIRES_SHARED(registryLock()) { return sessions_.allocationFailed(); }
+    bool allocationFailed() const noexcept REQUIRES_SHARED(gRegistryLock) { return sessions_.allocationFailed(); }
 
-    tSessionRecord* find(uint32_t session) noexcept REQUIRES_SHARED(registryLock()) { return sessions_.find(session); }
+    tSessionRecord* find(uint32_t session) noexcept REQUIRES_SHARED(gRegistryLock) { return sessions_.find(session); }
     // Builds a record under `session` unless one is there; returns the record now under the
     // handle, or nullptr when the map could not obtain memory.
-    tSessionRecord* insert(uint32_t session) noexcept REQUIRES(registryLock()) {
+    tSessionRecord* insert(uint32_t session) noexcept REQUIRES(gRegistryLock) {
         return sessions_.tryEmplace(session).first;
     }
     // Removes and destroys the record.
-    void remove(uint32_t session) noexcept REQUIRES(registryLock()) { sessions_.erase(session); }
+    void remove(uint32_t session) noexcept REQUIRES(gRegistryLock) { sessions_.erase(session); }
     // The key under which `record` is registered, found by walking the map; 0 when absent.
-    uint32_t keyOf(const tSessionRecord* record) noexcept REQUIRES_SHARED(registryLock());
-    uint64_t recordCount() const noexcept REQUIRES_SHARED(registryLock()) { return sessions_.size(); }
+    uint32_t keyOf(const tSessionRecord* record) noexcept REQUIRES_SHARED(gRegistryLock);
+    uint64_t recordCount() const noexcept REQUIRES_SHARED(gRegistryLock) { return sessions_.size(); }
 
     // How many IRQ contexts each later open reserves on its new session.
     std::atomic<int32_t> irqContextReserveCount{0};
 
 private:
-    friend tReaderWriterLock& registryLock() noexcept;
+    friend tReaderWriterLock& lockOf(tSessionRegistry& registry) noexcept;
 
-    tMap<uint32_t, tSessionRecord> sessions_ GUARDED_BY(registryLock());
+    tMap<uint32_t, tSessionRecord> sessions_ GUARDED_BY(gRegistryLock);
     tStatus lockCreationStatus_;
     tReaderWriterLock lock_;
 };
@@ -73,6 +73,6 @@ tSessionRegistry& sessionRegistry() noexcept;
 // handle of the session a resource session was opened on, 0 for none. Returns the status:
 // -52000 when the map could not obtain memory, the record's own creation error, or the
 // result of linking to the parent.
-int32_t RegisterSession(const uint32_t* session, uint32_t parent) noexcept EXCLUDES(registryLock());
+int32_t RegisterSession(const uint32_t* session, uint32_t parent) noexcept EXCLUDES(gRegistryLock);
 
 }  // namespace quorvane

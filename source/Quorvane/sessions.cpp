@@ -25,7 +25,7 @@ extern "C" int32_t Quorvane_Open(const char* bitfile, const char* signature, con
     if (loadStatus.isError()) return loadStatus.code32();
     {
         // The flag is raised by registrations under this lock.
-        tSharedLock registryGuard(registryLock());
+        tSharedLock registryGuard(gRegistryLock);
         if (registry.allocationFailed()) loadStatus.setCode(kStatusMemoryFull, kStlStatusFile, kStlStatusLine);
     }
     if (loadStatus.isError()) return loadStatus.code32();

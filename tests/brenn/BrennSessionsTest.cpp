@@ -1,5 +1,5 @@
-// Sessions of the simulated target: handles, close, flag bits, resource sessions, IRQ context
-// reservations, and the tables under concurrent use.
+// Sessions of the simulated target: handles, close, flag bits, resource sessions and IRQ
+// context reservations. (The soak drives the tables from several threads.)
 #include <algorithm>
 #include <set>
 #include <thread>
@@ -167,40 +167,6 @@ TEST_F(SessionTest, IrqContextReservationsAreCountedPerSession) {
     EXPECT_EQ(BrennSim_IrqContextsReserved(kUnknownSession), 0u);
     ASSERT_EQ(BrennDll_Close(session, 0), 0);
     EXPECT_EQ(BrennSim_IrqContextsReserved(session), 0u);
-}
-
-TEST_F(SessionTest, ConcurrentOpenAndCloseKeepTheTableConsistent) {
-    constexpr int kThreads = 4;
-    constexpr int kRounds = 300;
-    std::vector<std::vector<uint32_t>> issued(kThreads);
-    std::vector<int> failures(kThreads, 0);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t, &issued, &failures] {
-            for (int round = 0; round < kRounds; ++round) {
-                uint32_t session = 0;
-                uint32_t resource = 0;
-                if (BrennDll_Open("bit", "sig", "RIO0", 0, &session) != 0) ++failures[t];
-                if (BrennDll_OpenResource(session, "r", 0, &resource) != 0) ++failures[t];
-                if (BrennDll_WriteU32(session, 4, static_cast<uint32_t>(round)) != 0) ++failures[t];
-                if (BrennDll_ReserveIrqContext(session, nullptr) != 0) ++failures[t];
-                if (BrennSim_IrqContextsReserved(session) != 1) ++failures[t];
-                if (BrennDll_Close(resource, 1) != 0) ++failures[t];
-                if (BrennDll_Close(session, 1) != 0) ++failures[t];
-                issued[t].push_back(session);
-                issued[t].push_back(resource);
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-
-    for (int t = 0; t < kThreads; ++t) EXPECT_EQ(failures[t], 0) << "thread " << t;
-    std::set<uint32_t> all;
-    for (const auto& handles : issued) all.insert(handles.begin(), handles.end());
-    EXPECT_EQ(all.size(), size_t{kThreads} * kRounds * 2);
-    EXPECT_EQ(BrennSim_OpenSessionCount(), 0u);
-    EXPECT_EQ(BrennSim_CountCalls("BrennDll_Open"), size_t{kThreads} * kRounds);
-    EXPECT_EQ(BrennSim_CountCalls("BrennDll_Close"), size_t{kThreads} * kRounds * 2);
 }
 
 }  // namespace

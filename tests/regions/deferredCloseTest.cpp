@@ -99,7 +99,7 @@ TEST_P(CloseInTheGap, ReachesTheDriverOncePerHandle) {
         std::thread deleter([&] { HostSim_DeleteReference(reference); });
         waitUntil([] { return BrennSim_HeldCalls("BrennDll_ReleaseFifoElements") == 1; });
         host = std::thread([&] { hostCloses(session); });
-        waitUntil([] { return registryLock().writerActiveForTesting() == 1; });
+        waitUntil([] { return gRegistryLock.writerActiveForTesting() == 1; });
         BrennSim_Release("BrennDll_ReleaseFifoElements");
         deleter.join();
         host.join();

@@ -59,13 +59,13 @@ protected:
 
     // How many FIFO states the session's record holds; its closePending mark.
     static size_t fifoStateCount(uint32_t handle) {
-        tSharedLock registryGuard(registryLock());
+        tSharedLock registryGuard(gRegistryLock);
         tSessionRecord* record = sessionRegistry().find(handle);
         tSharedLock recordGuard(*record->lock);
         return record->fifoStates.size();
     }
     static bool closePending(uint32_t handle) {
-        tSharedLock registryGuard(registryLock());
+        tSharedLock registryGuard(gRegistryLock);
         return sessionRegistry().find(handle)->closePending.load() != 0;
     }
 

@@ -22,7 +22,7 @@ TEST_F(ResourceConcurrency, EnumerationWaitsWhileTheRegistryLockIsHeldExclusivel
     std::atomic<int32_t> status{1};
     std::thread enumerator;
     {
-        tExclusiveLock exclusive(registryLock());
+        tExclusiveLock exclusive(gRegistryLock);
         enumerator = std::thread([&] { status = Quorvane_GetResources(session, array); });
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         EXPECT_EQ(BrennSim_CountCalls("BrennDll_GetSessionIndexes"), 0u) << "ran under an exclusive holder";

@@ -115,7 +115,7 @@ protected:
         EXPECT_EQ(readersCounted(), readersAtStart_) << "registry lock still held";
     }
 
-    static int32_t readersCounted() { return registryLock().readerCountForTesting(); }
+    static int32_t readersCounted() { return gRegistryLock.readerCountForTesting(); }
 
     size_t handlesAtStart_ = 0;
     int32_t readersAtStart_ = 0;

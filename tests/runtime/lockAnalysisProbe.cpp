@@ -1,6 +1,6 @@
 // Compiled, not run: proves that clang's thread-safety analysis reads the library's annotations.
-// Built with LOCK_HELD it must compile; without, the analysis must reject each access below,
-// which touches a guarded field without its lock.
+// Built with LOCK_HELD it must compile; without, the analysis must reject each function below:
+// three touch a guarded field without its lock, two take locks against the library's order.
 #include "Quorvane/sessionRecord.h"
 
 namespace quorvane {
@@ -14,7 +14,7 @@ size_t probeFifoStates(tSessionRecord& record) {
 
 size_t probeChildren(tSessionRecord& record) {
 #ifdef LOCK_HELD
-    tExclusiveLock guard(registryLock());
+    tExclusiveLock guard(gRegistryLock);
 #endif
     return record.children.size();
 }
@@ -24,6 +24,20 @@ bool probeRegions(FifoRegionState& state) {
     tMutexGuard guard(*state.queueMutex);
 #endif
     return state.regions.empty();
+}
+
+void probeRecordBeforeRegistry(tSessionRecord& record) {
+#ifndef LOCK_HELD
+    tSharedLock recordGuard(*record.lock);
+#endif
+    tSharedLock registryGuard(gRegistryLock);
+}
+
+void probeQueueBeforeAcquire(FifoRegionState& state) {
+#ifndef LOCK_HELD
+    tMutexGuard queueGuard(*state.queueMutex);
+#endif
+    tMutexGuard acquireGuard(*state.acquireMutex);
 }
 
 }  // namespace quorvane

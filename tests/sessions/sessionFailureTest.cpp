@@ -92,7 +92,7 @@ TEST_F(SessionFailure, MapAllocationFailureIsStickyAndLeavesNothingOpen) {
     EXPECT_EQ(Quorvane_Open("", "", "RIO0", 0, &session), -52000);
     expectNothingLeft();
     {
-        tSharedLock guard(registryLock());
+        tSharedLock guard(gRegistryLock);
         EXPECT_TRUE(sessionRegistry().allocationFailed());
     }
     BrennSim_Reset();

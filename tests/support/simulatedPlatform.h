@@ -47,12 +47,12 @@ inline void scriptAnswer(const char* function, int32_t status, std::vector<uint6
 
 // Sessions in the library's registry right now.
 inline uint64_t registeredSessionCount() {
-    tSharedLock guard(registryLock());
+    tSharedLock guard(gRegistryLock);
     return sessionRegistry().recordCount();
 }
 
 inline bool isRegistered(uint32_t handle) {
-    tSharedLock guard(registryLock());
+    tSharedLock guard(gRegistryLock);
     return sessionRegistry().find(handle) != nullptr;
 }
 
