@@ -22,9 +22,8 @@
 // The field may be read only with the lock held (shared or exclusive), written only with it
 // held exclusively.
 #define GUARDED_BY(x) QUORVANE_THREAD_ANNOTATION(guarded_by(x))
-// This lock is taken only while the named locks are held, never before them.
+// When this lock and the named ones are held together, this one was taken last.
 #define ACQUIRED_AFTER(...) QUORVANE_THREAD_ANNOTATION(acquired_after(__VA_ARGS__))
-#define ACQUIRED_BEFORE(...) QUORVANE_THREAD_ANNOTATION(acquired_before(__VA_ARGS__))
 // The caller must hold the locks (exclusively / at least shared).
 #define REQUIRES(...) QUORVANE_THREAD_ANNOTATION(requires_capability(__VA_ARGS__))
 #define REQUIRES_SHARED(...) QUORVANE_THREAD_ANNOTATION(requires_shared_capability(__VA_ARGS__))
@@ -36,7 +35,5 @@
 #define RELEASE_SHARED(...) QUORVANE_THREAD_ANNOTATION(release_shared_capability(__VA_ARGS__))
 // The caller must not hold the locks (the function takes them itself).
 #define EXCLUDES(...) QUORVANE_THREAD_ANNOTATION(locks_excluded(__VA_ARGS__))
-// The function returns a reference to the named lock.
-#define RETURN_CAPABILITY(x) QUORVANE_THREAD_ANNOTATION(lock_returned(x))
 // For the bodies of the lock primitives themselves, which the analysis cannot follow.
 #define NO_THREAD_SAFETY_ANALYSIS QUORVANE_THREAD_ANNOTATION(no_thread_safety_analysis)
