@@ -38,9 +38,9 @@
  * have a bit of 0xF000 set; callers may OR flag bits 12..15 into a handle, which every lookup
  * ignores. BrennSim_ReuseHandles(1) makes every open hand out the lowest handle that is not
  * open, as real drivers do: a close that reaches the target for a handle its caller no longer
- * holds then ends somebody else's session. A resource session is a session of its own, linked to the session it was
- * opened on; closing that parent leaves its resource sessions open (so a caller that forgets to close one is seen in
- * BrennSim_OpenSessionCount).
+ * holds then ends somebody else's session. A resource session is a session of its own, linked
+ * to the session it was opened on; closing that parent leaves its resource sessions open (so a
+ * caller that forgets to close one is seen in BrennSim_OpenSessionCount).
  *
  * FIFOs. A FIFO that the session's target declares (see "target descriptions" below) has the
  * declared element type, direction, depth, rate and pattern from the start; a call with another
