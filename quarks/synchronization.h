@@ -58,22 +58,16 @@ private:
     bool initialised_ = false;
 };
 
-// Holds a tMutex from construction until destruction, or until unlock() gives it back early.
+// Holds a tMutex from construction until destruction.
 class SCOPED_CAPABILITY tMutexGuard {
 public:
-    explicit tMutexGuard(tMutex& mutex) noexcept ACQUIRE(mutex) : mutex_(&mutex) { mutex_->lock(); }
-    ~tMutexGuard() RELEASE() {
-        if (mutex_ != nullptr) mutex_->unlock();
-    }
-    void unlock() noexcept RELEASE() {
-        mutex_->unlock();
-        mutex_ = nullptr;
-    }
+    explicit tMutexGuard(tMutex& mutex) noexcept ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+    ~tMutexGuard() RELEASE() { mutex_.unlock(); }
     tMutexGuard(const tMutexGuard&) = delete;
     tMutexGuard& operator=(const tMutexGuard&) = delete;
 
 private:
-    tMutex* mutex_;
+    tMutex& mutex_;
 };
 
 // Event on a condition variable timed on CLOCK_MONOTONIC (default clock where the platform
