@@ -24,6 +24,8 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "QuorvaneVersion.h"
+
 #if defined(__GNUC__)
 #define QUORVANE_EXPORT __attribute__((visibility("default")))
 #else
