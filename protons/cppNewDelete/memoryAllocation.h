@@ -16,11 +16,12 @@ namespace quorvane {
 inline constexpr const char kMemoryFile[] = "quarks/memory";
 inline constexpr uint64_t kMemoryLine = 416;
 
-// `size` uninitialised bytes from the heap, or nullptr. Reports nothing.
-void* allocate(uint64_t size) noexcept;
+// `size` uninitialised bytes from the heap, or nullptr. Reports nothing. (alloc_size tells the
+// compiler the block's size, so that copies into it are checked in fortified builds.)
+void* allocate(uint64_t size) noexcept __attribute__((alloc_size(1)));
 // Nothing (nullptr) when `status` already holds an error; otherwise `size` bytes, or nullptr
 // with -52000 at quarks/memory:416 merged into `status`. Callers test the pointer.
-void* allocateWithStatus(uint64_t size, tStatus& status) noexcept;
+void* allocateWithStatus(uint64_t size, tStatus& status) noexcept __attribute__((alloc_size(1)));
 // Returns a block from either allocation function; nullptr is ignored.
 void deallocate(void* block) noexcept;
 

@@ -6,13 +6,15 @@ namespace quorvane {
 
 namespace {
 
-// Copies at most `fieldBytes` bytes of `text` (stopping after its NUL), zero-fills the rest
-// and forces the last byte to 0, so the field always holds a terminated text.
-void copyTextField(char* field, int fieldBytes, const char* text) noexcept {
-    int i = 0;
-    for (; i < fieldBytes && text[i] != '\0'; ++i) field[i] = text[i];
-    for (; i < fieldBytes; ++i) field[i] = '\0';
-    field[fieldBytes - 1] = '\0';
+// Copies at most N bytes of `text` (stopping at its NUL), zero-fills the rest and forces the
+// last byte to 0, so the field always holds a terminated text. The copy's length is known only
+// at run time and the field's size at compile time: with _FORTIFY_SOURCE the copy is checked.
+template <std::size_t N>
+void copyTextField(char (&field)[N], const char* text) noexcept {
+    const std::size_t length = strnlen(text, N);
+    std::memcpy(field, text, length);
+    std::memset(field + length, 0, N - length);
+    field[N - 1] = '\0';
 }
 
 // A file text longer than the field keeps both ends, since the start names the folder and
@@ -20,7 +22,7 @@ void copyTextField(char* field, int fieldBytes, const char* text) noexcept {
 void copyFileField(char (&field)[tStatus::kFileBytes], const char* text) noexcept {
     constexpr std::size_t kLongest = tStatus::kFileBytes - 1;  // 100 characters
     constexpr std::size_t kKept = (kLongest - 2) / 2;          // 49 on each side
-    copyTextField(field, tStatus::kFileBytes, text);
+    copyTextField(field, text);
     const std::size_t length = std::strlen(text);
     if (length <= kLongest) return;
     field[kKept] = '.';
@@ -43,7 +45,7 @@ bool tStatus::setCode(int64_t newCode, const char* componentText, const char* fi
     if (!takesPrecedence(code, newCode)) return false;
     code = newCode;
     if (structureSize < kFullSize) return true;
-    copyTextField(component, kComponentBytes, componentText);
+    copyTextField(component, componentText);
     copyFileField(file, fileText);
     line = lineNumber;
     extra[0] = 0;
