@@ -3,6 +3,7 @@
 #include <cctype>
 #include <charconv>
 #include <cstring>
+#include <filesystem>
 #include <string_view>
 
 namespace quorvane::tools {
@@ -101,6 +102,10 @@ ParsedOptions parseDemoOptions(int argc, const char* const* argv) {
             parsed.options.help = true;
             continue;
         }
+        if (argument == "--version") {
+            parsed.options.version = true;
+            continue;
+        }
         if (!argument.starts_with("--")) {
             parsed.error = "unexpected argument '" + std::string(argument) + "'";
             return parsed;
@@ -127,6 +132,24 @@ ParsedOptions parseDemoOptions(int argc, const char* const* argv) {
     return parsed;
 }
 
+std::string targetFileProblem(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(path, error);
+    const std::string named = "target description '" + path + "' ";
+    switch (status.type()) {
+        case std::filesystem::file_type::regular:
+            return {};
+        case std::filesystem::file_type::not_found:
+            return named + "does not exist";
+        case std::filesystem::file_type::directory:
+            return named + "is a directory, not a file";
+        case std::filesystem::file_type::none:
+            return named + "cannot be examined: " + error.message();
+        default:
+            return named + "is not a regular file";
+    }
+}
+
 const char* demoUsage() {
     return "usage: quorvane-demo [options]\n"
            "Streams data through FIFOs of the simulated FPGA target with libQuorvane, as a Host\n"
@@ -134,7 +157,8 @@ const char* demoUsage() {
            "element read is checked against the target's pattern, and the target checks every\n"
            "element written. At the end it prints throughput, every status met with its meaning,\n"
            "and the data errors; the exit code is 0 only when there was neither an error status\n"
-           "nor a data error.\n"
+           "nor a data error, and 2 for a command line it cannot follow or FIFOs the target\n"
+           "cannot serve.\n"
            "\n"
            "options:\n"
            "  --target FILE      target description to simulate (format: platform/brenn/\n"
@@ -144,14 +168,15 @@ const char* demoUsage() {
            "                     to-host FIFO, or 0 on a target with undeclared FIFOs\n"
            "  --write-fifo N     FIFO written to (host to target); default: the first declared\n"
            "                     to-target FIFO, or 1 on a target with undeclared FIFOs\n"
-           "  --type T           element type: I8 I16 I32 I64 U8 U16 U32 U64; default: the\n"
-           "                     declared type, or U64 for undeclared FIFOs\n"
+           "  --type T           element type: I8 I16 I32 I64 U8 U16 U32 U64, in any case;\n"
+           "                     default: the declared type, or U64 for undeclared FIFOs\n"
            "  --amount SIZE      bytes per direction and path, with suffix K, M or G (powers\n"
            "                     of 1024); default 1G\n"
            "  --block N          elements per region or transfer, 1 to 1048576; default 65536\n"
            "  --path P           regions, copies or both (default): zero-copy regions lent by\n"
            "                     the target, copying transfers through Host arrays, or both\n"
            "  --help             this text\n"
+           "  --version          the version of libQuorvane the demo was built with\n"
            "\n"
            "Options take their value as the next argument or after '=' (--amount=4M).\n";
 }

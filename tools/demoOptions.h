@@ -20,6 +20,7 @@ struct DemoOptions {
     uint64_t block = 65536;
     StreamPaths paths = StreamPaths::Both;
     bool help = false;
+    bool version = false;
 };
 
 struct ParsedOptions {
@@ -31,6 +32,10 @@ ParsedOptions parseDemoOptions(int argc, const char* const* argv);
 
 // "4096", "64K", "4M", "1G" (powers of 1024); nullopt for anything else or an overflow.
 std::optional<uint64_t> parseSize(const std::string& text);
+
+// Why `path` cannot be a target description (missing, a directory, not a regular file), or
+// empty when it names a regular file. Asked before the simulated target is given the path.
+std::string targetFileProblem(const std::string& path);
 
 const char* demoUsage();
 

@@ -1,5 +1,8 @@
 #include "elementType.h"
 
+#include <algorithm>
+#include <cctype>
+
 namespace quorvane::tools {
 
 namespace {
@@ -10,8 +13,11 @@ constexpr ElementType kTypes[] = {{1, "I8", 1}, {2, "I16", 2}, {3, "I32", 4}, {4
 }  // namespace
 
 const ElementType* elementTypeNamed(std::string_view name) noexcept {
+    const auto sameLetters = [](char a, char b) {
+        return std::toupper(static_cast<unsigned char>(a)) == std::toupper(static_cast<unsigned char>(b));
+    };
     for (const ElementType& type : kTypes) {
-        if (name == type.name) return &type;
+        if (std::ranges::equal(name, std::string_view(type.name), sameLetters)) return &type;
     }
     return nullptr;
 }

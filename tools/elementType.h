@@ -13,7 +13,7 @@ struct ElementType {
     uint32_t bytes;
 };
 
-// The type named `name` (exactly as the target description writes it), or null.
+// The type named `name` in any case ("I16", "i16"), or null.
 const ElementType* elementTypeNamed(std::string_view name) noexcept;
 // The type with Host type code `code`, or null.
 const ElementType* elementTypeOfCode(uint32_t code) noexcept;

@@ -1,6 +1,13 @@
 #include "progress.h"
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 namespace quorvane::tools {
 
@@ -8,7 +15,9 @@ namespace {
 
 bool lineOpen = false;
 constexpr auto kRedrawInterval = std::chrono::milliseconds(100);
-constexpr int kBarWidth = 30;
+constexpr size_t kMaxBarWidth = 30;
+constexpr size_t kMinBarWidth = 10;
+constexpr unsigned kDefaultColumns = 80;
 
 }  // namespace
 
@@ -33,6 +42,36 @@ std::string formatBytes(double bytes) {
 std::string formatRate(double bytes, double seconds) {
     if (seconds <= 0.0) return "-";
     return formatBytes(bytes / seconds) + "/s";
+}
+
+unsigned terminalColumns(int fd) {
+    winsize size{};
+    if (::ioctl(fd, TIOCGWINSZ, &size) == 0 && size.ws_col != 0) return size.ws_col;
+    if (const char* variable = std::getenv("COLUMNS")) {
+        unsigned columns = 0;
+        const char* end = variable + std::strlen(variable);
+        const auto [stop, error] = std::from_chars(variable, end, columns);
+        if (error == std::errc{} && stop == end && columns != 0) return columns;
+    }
+    return kDefaultColumns;
+}
+
+std::string barLine(const std::string& label, double fraction, const std::string& done, const std::string& rate,
+                    unsigned columns) {
+    char head[64], tail[64];
+    std::snprintf(head, sizeof head, "  %-22s", label.c_str());
+    std::snprintf(tail, sizeof tail, " %3.0f%%  %-10s %-12s", fraction * 100.0, done.c_str(), rate.c_str());
+    const size_t width = columns == 0 ? 0 : columns - 1;
+    std::string line = head;
+    const size_t used = line.size() + std::strlen(tail) + 3;  // " [" and "]"
+    if (used + kMinBarWidth <= width) {
+        const size_t barWidth = std::min(kMaxBarWidth, width - used);
+        const auto filled = static_cast<size_t>(std::clamp(fraction, 0.0, 1.0) * static_cast<double>(barWidth));
+        line += " [" + std::string(filled, '#') + std::string(barWidth - filled, '.') + "]";
+    }
+    line += tail;
+    if (line.size() > width) line.resize(width);
+    return line;
 }
 
 Progress::Progress(std::string label, uint64_t totalBytes, bool terminal)
@@ -71,12 +110,9 @@ void Progress::draw(uint64_t bytesDone) {
         std::fflush(stdout);
         return;
     }
-    char bar[kBarWidth + 1];
-    const int filled = static_cast<int>(fraction * kBarWidth);
-    for (int i = 0; i < kBarWidth; ++i) bar[i] = i < filled ? '#' : '.';
-    bar[kBarWidth] = '\0';
-    std::printf("\r  %-22s [%s] %3.0f%%  %-10s %-12s", label_.c_str(), bar, fraction * 100.0, done.c_str(),
-                rate.c_str());
+    // Asked at every redraw, so that a window resized meanwhile is followed.
+    const std::string line = barLine(label_, fraction, done, rate, terminalColumns(STDOUT_FILENO));
+    std::printf("\r%s", line.c_str());
     std::fflush(stdout);
     lineOpen = true;
 }

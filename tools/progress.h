@@ -1,5 +1,6 @@
-// Progress of one stream. On a terminal a bar is redrawn in place (at most ten times a second);
-// otherwise a plain line is printed at each quarter, so logs stay short and readable.
+// Progress of one stream. On a terminal a bar is redrawn in place (at most ten times a second),
+// as wide as the terminal allows; otherwise a plain line is printed at each quarter, so logs
+// stay short and readable.
 #pragma once
 
 #include <chrono>
@@ -14,6 +15,15 @@ void endProgressLine();
 // Human-readable byte counts and rates: "512 KiB", "1.00 GiB", "2.31 GiB/s".
 std::string formatBytes(double bytes);
 std::string formatRate(double bytes, double seconds);
+
+// Columns of the terminal on `fd`: its window size, else $COLUMNS, else 80.
+unsigned terminalColumns(int fd);
+
+// The bar's line for a terminal `columns` wide, without the carriage return that starts it.
+// It leaves the last column free, since some terminals wrap as soon as it is written; the bar
+// shrinks, then goes, then the line is cut, as the terminal narrows.
+std::string barLine(const std::string& label, double fraction, const std::string& done, const std::string& rate,
+                    unsigned columns);
 
 class Progress {
 public:

@@ -6,7 +6,7 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <filesystem>
+#include <string>
 
 #include "BrennSim.h"
 #include "HostSim.h"
@@ -33,17 +33,19 @@ uint32_t callTimeout(const FifoPlan& fifo, uint64_t block) {
     return static_cast<uint32_t>(std::clamp(paced, kDefaultMs, kLongestFiniteMs));
 }
 
-// Everything between open and close: answers false when the demo could not stream at all.
-bool streamSession(uint32_t session, const DemoOptions& options, StatusLog& log, TargetPlan& plan,
-                   DemoResults& results) {
+// Everything between open and close: answers false when the demo could not stream at all, with
+// `unservable` saying why when the target cannot serve the FIFOs asked for.
+bool streamSession(uint32_t session, const DemoOptions& options, StatusLog& log, TargetPlan& plan, DemoResults& results,
+                   std::string& unservable) {
     if (log.note("Quorvane_Download", Quorvane_Download(session)) < 0) return false;
     if (log.note("Quorvane_Run", Quorvane_Run(session, 0)) < 0) return false;
 
     const std::string error = planTarget(session, options, plan);
     std::printf("target: %s%s\n", plan.name.empty() ? "(unnamed)" : plan.name.c_str(),
-                plan.undeclaredAllowed ? " (FIFOs it does not declare are made on first use)" : "");
+                plan.undeclaredAllowed ? " (undeclared FIFOs are made on first use)" : "");
     if (!error.empty()) {
         std::fprintf(stderr, "quorvane-demo: %s\n", error.c_str());
+        unservable = error;
         return false;
     }
     for (FifoPlan* fifo : {&plan.read, &plan.write}) {
@@ -79,6 +81,9 @@ bool streamSession(uint32_t session, const DemoOptions& options, StatusLog& log,
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Line by line even into a file, so that a log of standard output and standard error
+    // together shows each line where it happened.
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     const ParsedOptions parsed = parseDemoOptions(argc, argv);
     if (!parsed.error.empty()) {
         std::fprintf(stderr, "quorvane-demo: %s (see quorvane-demo --help)\n", parsed.error.c_str());
@@ -89,9 +94,14 @@ int main(int argc, char** argv) {
         std::fputs(demoUsage(), stdout);
         return 0;
     }
-    std::error_code ignored;
-    if (!options.target.empty() && !std::filesystem::is_regular_file(options.target, ignored)) {
-        std::fprintf(stderr, "quorvane-demo: target description '%s' does not exist\n", options.target.c_str());
+    if (options.version) {
+        std::printf("quorvane-demo %s\n", QUORVANE_VERSION_STRING);
+        return 0;
+    }
+    // Checked before the open: the simulated target would open its built-in default for a path
+    // that names no file, and would report a directory only as a failed open.
+    if (const std::string problem = options.target.empty() ? "" : targetFileProblem(options.target); !problem.empty()) {
+        std::fprintf(stderr, "quorvane-demo: %s\n", problem.c_str());
         return 1;
     }
 
@@ -100,10 +110,11 @@ int main(int argc, char** argv) {
     TargetPlan plan;
     DemoResults results;
     bool streamed = false;
+    std::string unservable;
     log.note("Quorvane_ReserveIrqContext", Quorvane_ReserveIrqContext());
     uint32_t session = 0;
     if (log.note("Quorvane_Open", Quorvane_Open(options.target.c_str(), "", "RIO0", 0, &session)) >= 0) {
-        streamed = streamSession(session, options, log, plan, results);
+        streamed = streamSession(session, options, log, plan, results, unservable);
         const DataErrors errors = countDataErrors(plan, results);
         if (streamed) printSummary(plan, results, log, errors);
         log.note("Quorvane_Close", Quorvane_Close(session, 0));
@@ -116,9 +127,12 @@ int main(int argc, char** argv) {
     std::printf("sessions still open on the target: %u, live Host references: %zu\n", sessionsOpen, liveReferences);
     const std::string moved = formatBytes(static_cast<double>(bytesMoved(results)));
     const unsigned long long errorStatuses = log.errorCount();
-    std::printf("demo finished: %s moved, %llu data errors, %llu error statuses\n", moved.c_str(),
-                static_cast<unsigned long long>(errors.total()), errorStatuses);
+    const std::string why = unservable.empty() ? "" : " (nothing streamed: " + unservable + ")";
+    std::printf("demo finished: %s moved, %llu data errors, %llu error statuses%s\n", moved.c_str(),
+                static_cast<unsigned long long>(errors.total()), errorStatuses, why.c_str());
     const bool clean =
         streamed && errors.total() == 0 && errorStatuses == 0 && sessionsOpen == 0 && liveReferences == 0;
-    return clean ? 0 : 1;
+    if (clean) return 0;
+    // Like a command line it cannot follow: what was asked for does not fit the target.
+    return unservable.empty() || errorStatuses != 0 || sessionsOpen != 0 || liveReferences != 0 ? 1 : 2;
 }

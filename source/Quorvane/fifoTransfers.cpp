@@ -134,12 +134,13 @@ extern "C" int32_t Quorvane_WriteFifoScalar(uint32_t session, uint32_t fifo, voi
 }
 
 // A composite array holds count * bytesPerElement bytes; a product beyond 32 bits could not be
-// held by the Host's array, so it is refused before anything is resized or read.
+// held by the Host's array, so it is refused before anything is resized or read. Elements of 0
+// bytes make an empty array, and the read is still handed to the library, which judges it.
 extern "C" int32_t Quorvane_ReadFifoComposite(uint32_t session, uint32_t fifo, uint32_t count, uint32_t bytesPerElement,
                                               uint32_t timeout, void** array, uint32_t* elementsRemaining) noexcept {
     if (isRefusedSession(session)) return kStatusSessionRefused;
     const uint64_t total = uint64_t{count} * bytesPerElement;
-    if (array == nullptr || bytesPerElement == 0 || total > UINT32_MAX) return kStatusInvalidArgument;
+    if (array == nullptr || total > UINT32_MAX) return kStatusInvalidArgument;
     const int32_t resized = HostErrorToStatus(NumericArrayResize(kHostTypeU8, 1, &array, total));
     if (resized != 0) return resized;
     void* data = elementData(array, kCompositeFirstElement);

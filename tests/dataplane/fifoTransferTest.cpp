@@ -224,13 +224,30 @@ TEST_F(FifoTransfer, CompositeTransfersCountWholeElementsAndAnEmptyReadStillAsks
     EXPECT_EQ(callsOf("BrennDll_ReadFifoI64").at(0).args[3], 0u);
 }
 
-// A composite read whose size cannot fit a Host array, or zero bytes per element, is refused
-// before anything happens.
+// A composite read of elements of 0 bytes empties the array and still asks the library, whose
+// answer is the result.
+TEST_F(FifoTransfer, CompositeReadOfZeroByteElementsEmptiesTheArrayAndAsksTheLibrary) {
+    void** array = newArray(5, 6);
+    uint32_t remaining = kUntouched;
+    scriptAnswer("BrennDll_ReadFifoComposite", kLibraryWarning, {9});
+    EXPECT_EQ(Quorvane_ReadFifoComposite(session_, kFifo, 2, 0, kAnyTimeout, array, &remaining), kLibraryWarning);
+    EXPECT_EQ(HostSim_LastResizeTypeCode(), 5);
+    EXPECT_EQ(HostSim_BlockSize(array), 4u);
+    EXPECT_EQ(countOf(array), 0);
+    EXPECT_EQ(remaining, 9u);
+    ASSERT_EQ(callsSinceOpen(), 1u);
+    const auto read = callsOf("BrennDll_ReadFifoComposite").at(0);
+    EXPECT_EQ(read.args[2], addressOf(array, 4));
+    EXPECT_EQ(read.args[3], 0u) << "bytes per element";
+    EXPECT_EQ(read.args[4], 2u) << "elements";
+}
+
+// A composite read whose size cannot fit a Host array, or a composite write of elements of 0
+// bytes, is refused before anything happens.
 TEST_F(FifoTransfer, ImpossibleCompositeSizesAreInvalidArgumentsBeforeAnythingHappens) {
     void** array = newArray(5, 6);
     uint32_t remaining = kUntouched;
     EXPECT_EQ(Quorvane_ReadFifoComposite(session_, kFifo, 0x10000, 0x10000, 0, array, &remaining), -52005);
-    EXPECT_EQ(Quorvane_ReadFifoComposite(session_, kFifo, 2, 0, 0, array, &remaining), -52005);
     EXPECT_EQ(Quorvane_WriteFifoComposite(session_, kFifo, array, 0, 0, &remaining), -52005);
     EXPECT_EQ(HostSim_CallCount("NumericArrayResize"), 0u);
     EXPECT_EQ(callsSinceOpen(), 0u);

@@ -1,13 +1,17 @@
 // The demo's parts on their own: the pattern check and fill it relies on to find data errors,
-// the command line, and the count of data errors that decides its exit code.
+// the command line, the progress bar's layout, and the count of data errors that decides its
+// exit code.
 #include <gmock/gmock.h>
 
 #include <cstring>
 #include <ostream>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "demoOptions.h"
 #include "pattern.h"
+#include "progress.h"
 #include "summary.h"
 
 namespace quorvane::testing {
@@ -100,6 +104,19 @@ TEST(DemoOptions, ValuesComeSeparateOrAfterEquals) {
     EXPECT_EQ(options.paths, tools::StreamPaths::Copies);
 }
 
+TEST(DemoOptions, ElementTypesAreNamedInAnyCase) {
+    const std::pair<const char*, uint32_t> named[] = {{"I8", 1}, {"i16", 2}, {"I32", 3}, {"i64", 4},
+                                                      {"u8", 5}, {"U16", 6}, {"U32", 7}, {"u64", 8}};
+    for (const auto& [name, code] : named) {
+        const tools::ElementType* type = tools::elementTypeNamed(name);
+        ASSERT_NE(type, nullptr) << name;
+        EXPECT_EQ(type->code, code) << name;
+    }
+    for (const char* bad : {"", "i", "I1", "i166", "x16", "U16 ", "int16"}) {
+        EXPECT_EQ(tools::elementTypeNamed(bad), nullptr) << "'" << bad << "'";
+    }
+}
+
 TEST(DemoOptions, DefaultsStreamAGibibyteBothWays) {
     const char* argv[] = {"demo"};
     const tools::DemoOptions options = tools::parseDemoOptions(1, argv).options;
@@ -108,6 +125,29 @@ TEST(DemoOptions, DefaultsStreamAGibibyteBothWays) {
     EXPECT_EQ(options.type, nullptr) << "the declared type decides";
     EXPECT_FALSE(options.readFifo.has_value());
     EXPECT_TRUE(options.target.empty());
+}
+
+// ---- progress bar ------------------------------------------------------------------------
+
+// However narrow the terminal, the bar's line leaves its last column free; it fills a terminal
+// of 80 columns with the bar showing the fraction done, and stops growing on a wide one.
+TEST(ProgressBar, FitsEveryWidthAndFillsAnOrdinaryTerminal) {
+    const auto line = [](unsigned columns) {
+        return tools::barLine("regions to target", 0.25, "256.00 MiB", "2.31 GiB/s", columns);
+    };
+    for (unsigned columns = 1; columns <= 200; ++columns) {
+        EXPECT_LE(line(columns).size(), columns - 1) << columns << " columns";
+    }
+    const std::string ordinary = line(80);
+    EXPECT_EQ(ordinary.size(), 79u);
+    const size_t open = ordinary.find('['), close = ordinary.find(']');
+    ASSERT_LT(open, close) << ordinary;
+    const std::string bar = ordinary.substr(open + 1, close - open - 1);
+    EXPECT_EQ(bar.find_first_not_of('#'), bar.size() / 4) << bar;
+    EXPECT_EQ(bar.find_first_not_of('.', bar.size() / 4), std::string::npos) << bar;
+    EXPECT_THAT(ordinary, ::testing::HasSubstr(" 25%  256.00 MiB 2.31 GiB/s"));
+    EXPECT_EQ(line(300), line(1000));
+    EXPECT_THAT(line(40), ::testing::StartsWith("  regions to target ")) << "the bar goes before the label";
 }
 
 // ---- data errors -------------------------------------------------------------------------

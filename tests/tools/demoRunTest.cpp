@@ -1,6 +1,6 @@
 // The demo program end to end: it streams through the default target and through targets
 // described in files, refuses bad command lines, and reports a description the target cannot
-// load, leaving nothing open each time.
+// load, leaving nothing open each time. Its progress bar fits the terminal it is drawn on.
 #include <gmock/gmock.h>
 
 #include <ostream>
@@ -8,12 +8,14 @@
 #include <string>
 #include <vector>
 
+#include "QuorvaneVersion.h"
 #include "demoRun.h"
 
 namespace quorvane::testing {
 namespace {
 
 using ::testing::AllOf;
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::MatchesRegex;
 using ::testing::Not;
@@ -101,10 +103,12 @@ TEST_P(ChoiceTheTargetCannotServe, IsRefusedAfterOpeningAndTheSessionIsClosed) {
     std::vector<std::string> arguments{"--target", description.path(), "--amount", "1M"};
     arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
     const DemoRun run = runDemo(arguments);
-    EXPECT_NE(run.exitCode, 0);
+    EXPECT_EQ(run.exitCode, 2) << "like a command line the demo cannot follow";
     EXPECT_EQ(run.err, std::string("quorvane-demo: ") + GetParam().message + "\n");
     EXPECT_THAT(run.out, HasSubstr(kNothingLeftOpen));
-    EXPECT_EQ(run.lastLine(), "demo finished: 0 B moved, 0 data errors, 0 error statuses");
+    EXPECT_EQ(run.lastLine(),
+              std::string("demo finished: 0 B moved, 0 data errors, 0 error statuses (nothing streamed: ") +
+                  GetParam().message + ")");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -123,12 +127,17 @@ TEST(DescribedTargetWithOneDirection, StreamsTheOtherDirectionOnly) {
     EXPECT_THAT(run.out, HasSubstr("pattern start 165 step 0"));
 }
 
-TEST(BrokenDescription, FailsTheOpenWithOneLineNamingFileAndLine) {
+// Standard error merged into the same file as standard output: the target's line stands between
+// the demo's lines before and after the open, as they happened.
+TEST(BrokenDescription, FailsTheOpenWithOneLineNamingFileAndLineInItsPlaceInTheLog) {
     const TempFile description("broken.target", "target Broken\nfifo 0 Samples to-host U24\n");
-    const DemoRun run = runDemo({"--target", description.path(), "--amount", "1M"});
-    EXPECT_NE(run.exitCode, 0);
-    EXPECT_THAT(run.err, MatchesRegex("libBrenn: " + description.path() + ":2: [^\n]*U24[^\n]*\n"));
-    EXPECT_THAT(run.out, HasSubstr("error -63103 from Quorvane_Open: the target description could not be loaded"));
+    const DemoRun run = runDemo({"--target", description.path(), "--amount", "1M"}, {.merged = true});
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_THAT(run.out,
+                ContainsRegex("\nlibBrenn: " + description.path() +
+                              ":2: [^\n]*U24[^\n]*\n"
+                              "  error -63103 from Quorvane_Open: the target description could not be loaded\n"));
+    EXPECT_THAT(run.out, MatchesRegex("quorvane-demo: streaming [^\n]*\nlibBrenn: .*"));
     EXPECT_THAT(run.out, HasSubstr(kNothingLeftOpen));
     EXPECT_EQ(run.lastLine(), "demo finished: 0 B moved, 0 data errors, 1 error statuses");
 }
@@ -166,17 +175,72 @@ INSTANTIATE_TEST_SUITE_P(
                       Refusal{"MissingFile",
                               {"--target", "/nonexistent/board.target"},
                               1,
-                              "target description '/nonexistent/board.target' does not exist"}),
+                              "target description '/nonexistent/board.target' does not exist"},
+                      Refusal{"Directory", {"--target", "/"}, 1, "target description '/' is a directory, not a file"},
+                      Refusal{
+                          "Device", {"--target=/dev/null"}, 1, "target description '/dev/null' is not a regular file"}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(Help, ExplainsEveryOptionAndWhereTheDescriptionFormatIs) {
     const DemoRun run = runDemo({"--help"});
     EXPECT_EQ(run.exitCode, 0);
     for (const char* option : {"--target", "--read-fifo", "--write-fifo", "--type", "--amount", "--block", "--path",
-                               "TargetDescription.md"}) {
+                               "--version", "TargetDescription.md"}) {
         EXPECT_THAT(run.out, HasSubstr(option));
     }
 }
+
+TEST(Version, IsTheLibrarysTheDemoWasBuiltWith) {
+    const DemoRun run = runDemo({"--version"});
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.out, "quorvane-demo " QUORVANE_VERSION_STRING "\n");
+    EXPECT_EQ(run.err, "");
+}
+
+// ---- the progress bar on a terminal ------------------------------------------------------
+
+struct TerminalCase {
+    const char* name;
+    int windowColumns;  // 0: the terminal does not know its size
+    const char* columnsVariable;
+    size_t width;  // the terminal's width the bar must use
+};
+
+std::ostream& operator<<(std::ostream& out, const TerminalCase& terminal) {
+    return out << terminal.name;
+}
+
+class OnATerminal : public ::testing::TestWithParam<TerminalCase> {};
+
+// Every state of the bar is drawn over the last on one line that leaves the last column free,
+// and (for terminals narrower than the widest bar) the bar takes up the rest of the line.
+TEST_P(OnATerminal, TheBarFillsTheWidthAndNeverWraps) {
+    const TerminalCase& terminal = GetParam();
+    const DemoRun run = runDemo({"--amount", "1M", "--block", "4096"},
+                                {.terminalColumns = terminal.windowColumns, .columns = terminal.columnsVariable});
+    EXPECT_EQ(run.exitCode, 0) << run.out << run.err;
+    std::vector<std::string> bars;
+    std::istringstream lines(run.out);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream states(line);
+        for (std::string state; std::getline(states, state, '\r');) {
+            if (state.starts_with("  regions ") || state.starts_with("  copies  ")) bars.push_back(state);
+        }
+    }
+    ASSERT_FALSE(bars.empty()) << run.out;
+    for (const std::string& bar : bars) {
+        EXPECT_EQ(bar.size(), terminal.width - 1) << bar;
+        EXPECT_THAT(bar, ContainsRegex(" \\[[#.]+\\] ")) << bar;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Widths, OnATerminal,
+                         ::testing::Values(TerminalCase{"WindowSize", 80, "", 80},
+                                           TerminalCase{"WindowSizeBeforeColumns", 70, "120", 70},
+                                           TerminalCase{"ColumnsWhenTheSizeIsUnknown", 0, "75", 75},
+                                           TerminalCase{"EightyWithoutEither", 0, "", 80},
+                                           TerminalCase{"EightyForColumnsThatAreNoNumber", 0, "wide", 80}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 }  // namespace
 }  // namespace quorvane::testing
