@@ -21,6 +21,11 @@ install(TARGETS Quorvane EXPORT QuorvaneTargets
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime NAMELINK_COMPONENT development
     INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(FILES ${QUORVANE_PUBLIC_HEADERS} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development)
+install(TARGETS quorvane-status RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT development)
+if(TARGET quorvane-status-manpage)
+    install(FILES ${PROJECT_BINARY_DIR}/tools/quorvane-status.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+        COMPONENT development)
+endif()
 install(EXPORT QuorvaneTargets NAMESPACE Quorvane:: DESTINATION ${QUORVANE_CMAKEDIR} COMPONENT development)
 
 configure_package_config_file(cmake/QuorvaneConfig.cmake.in ${PROJECT_BINARY_DIR}/QuorvaneConfig.cmake

@@ -38,8 +38,8 @@ static int readRegion(uint32_t session) {
     size_t acquired = 0, remaining = 0, count = 0, i;
     const uint64_t* elements;
     if (failed("acquire read region",
-               Quorvane_AcquireFifoReadRegionScalar(session, kReadFifo, &reference, kRegionElements, 8 /* U64 */, 0,
-                                                    kTimeoutMs, &acquired, &remaining))) {
+               Quorvane_AcquireFifoReadRegionScalar(session, kReadFifo, &reference, kRegionElements,
+                                                    kQuorvaneElementU64, 0, kTimeoutMs, &acquired, &remaining))) {
         return 1;
     }
     elements = regionOf(reference, &count);
@@ -61,8 +61,8 @@ static int writeRegion(uint32_t session) {
     size_t acquired = 0, remaining = 0, count = 0, i;
     uint64_t* elements;
     if (failed("acquire write region",
-               Quorvane_AcquireFifoWriteRegionScalar(session, kWriteFifo, &reference, kRegionElements, 8 /* U64 */, 0,
-                                                     kTimeoutMs, &acquired, &remaining))) {
+               Quorvane_AcquireFifoWriteRegionScalar(session, kWriteFifo, &reference, kRegionElements,
+                                                     kQuorvaneElementU64, 0, kTimeoutMs, &acquired, &remaining))) {
         return 1;
     }
     elements = regionOf(reference, &count);

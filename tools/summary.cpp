@@ -52,15 +52,34 @@ uint64_t bytesMoved(const DemoResults& results) {
     return bytes;
 }
 
+std::string wrapped(const std::string& head, const std::string& text, size_t width) {
+    const size_t room = width > head.size() + 20 ? width - head.size() : 20;
+    std::string out, line = head;
+    size_t start = 0;
+    while (start < text.size()) {
+        size_t end = text.size();
+        if (end - start > room) {
+            end = text.rfind(' ', start + room);
+            if (end == std::string::npos || end <= start) end = start + room;  // a word longer than a line
+        }
+        out += line + text.substr(start, end - start) + "\n";
+        line.assign(head.size(), ' ');
+        start = end;
+        while (start < text.size() && text[start] == ' ') ++start;
+    }
+    return out.empty() ? head + "\n" : out;
+}
+
+// Every line fits an 80-column terminal, with counts of ten digits.
 void printSummary(const TargetPlan& plan, const DemoResults& results, const StatusLog& log, const DataErrors& errors) {
     std::printf("\nsummary\n");
-    std::printf("  %-20s %-34s %s\n", "", "regions (zero copy)", "copies (Host arrays)");
+    std::printf("  %-20s %-28s %s\n", "", "regions (zero copy)", "copies (Host arrays)");
     for (int side = 0; side < 2; ++side) {
         const FifoPlan& fifo = fifoOf(plan, side);
         if (!fifo.used) continue;
         const std::string label =
             std::string(side == 0 ? "to host" : "to target") + ", FIFO " + std::to_string(fifo.fifo);
-        std::printf("  %-20s %-34s %s\n", label.c_str(), cell(results.regions[side]).c_str(),
+        std::printf("  %-20s %-28s %s\n", label.c_str(), cell(results.regions[side]).c_str(),
                     cell(results.copies[side]).c_str());
     }
 
@@ -69,27 +88,31 @@ void printSummary(const TargetPlan& plan, const DemoResults& results, const Stat
         acquired += results.regions[side].regionsAcquired;
         retired += results.regions[side].regionsRetired;
     }
-    std::printf("  regions: %llu acquired, %llu retired (references deleted by the host); live references: %zu\n",
-                acquired, retired, HostSim_LiveReferenceCount());
+    std::printf("  regions: %llu acquired, %llu retired; references still live: %zu\n", acquired, retired,
+                HostSim_LiveReferenceCount());
     for (int side = 0; side < 2; ++side) {
         const FifoPlan& fifo = fifoOf(plan, side);
         if (!fifo.used) continue;
         const BrennSimFifoStats& t = results.target[side];
-        std::printf("  target, FIFO %u: %llu elements lent and %llu handed back in %llu releases, %llu copied\n",
-                    fifo.fifo, static_cast<Count>(t.elementsAcquired), static_cast<Count>(t.elementsReleased),
-                    static_cast<Count>(t.releaseCalls), static_cast<Count>(t.elementsTransferred));
+        std::printf("  target, FIFO %u: %llu elements lent, %llu handed back\n", fifo.fifo,
+                    static_cast<Count>(t.elementsAcquired), static_cast<Count>(t.elementsReleased));
+        std::printf("    in %llu releases; %llu elements copied\n", static_cast<Count>(t.releaseCalls),
+                    static_cast<Count>(t.elementsTransferred));
     }
 
     std::printf("  statuses met:\n");
     for (const auto& [code, count] : log.counts()) {
-        std::printf("    %7d  x %-8llu %s\n", code, static_cast<Count>(count), statusMeaning(code));
+        char head[32];
+        std::snprintf(head, sizeof head, "    %7d  x %-8llu ", code, static_cast<Count>(count));
+        std::fputs(wrapped(head, statusMeaning(code)).c_str(), stdout);
     }
-    std::printf(
-        "  data errors: %llu (host checks %llu, target pattern checks %llu, out-of-order releases %llu, excess "
-        "releases %llu, elements unaccounted %llu)\n",
-        static_cast<Count>(errors.total()), static_cast<Count>(errors.hostChecks),
-        static_cast<Count>(errors.targetPattern), static_cast<Count>(errors.outOfOrder),
-        static_cast<Count>(errors.excess), static_cast<Count>(errors.unaccounted));
+    std::printf("    (quorvane-status CODE explains any code)\n");
+    std::printf("  data errors: %llu (host checks %llu, target pattern checks %llu,\n",
+                static_cast<Count>(errors.total()), static_cast<Count>(errors.hostChecks),
+                static_cast<Count>(errors.targetPattern));
+    std::printf("    out-of-order releases %llu, excess releases %llu, elements unaccounted %llu)\n",
+                static_cast<Count>(errors.outOfOrder), static_cast<Count>(errors.excess),
+                static_cast<Count>(errors.unaccounted));
 }
 
 }  // namespace quorvane::tools

@@ -2,7 +2,9 @@
 // status met, and the data errors seen by the host and by the target.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "BrennSim.h"
 #include "statusLog.h"
@@ -32,6 +34,11 @@ DataErrors countDataErrors(const TargetPlan& plan, const DemoResults& results);
 
 uint64_t bytesMoved(const DemoResults& results);
 
+// `head` followed by `text`, broken at spaces into lines of at most `width` columns, the later
+// lines indented as far as `head` reaches; a word longer than a line is cut.
+std::string wrapped(const std::string& head, const std::string& text, size_t width = 79);
+
+// Every line of the summary fits an 80-column terminal.
 void printSummary(const TargetPlan& plan, const DemoResults& results, const StatusLog& log, const DataErrors& errors);
 
 }  // namespace quorvane::tools

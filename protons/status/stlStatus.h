@@ -10,27 +10,59 @@
 
 #include <cstdint>
 
+#include "QuorvaneStatus.h"
+
 namespace quorvane {
 
 // Component recorded with every code this library sets.
 inline constexpr const char kComponent[] = "Quorvane";
 
-// Status codes the library produces or treats specially.
+// The status codes the library produces or treats specially, under the library's short names.
+// Each is the public code of the same name (include/QuorvaneStatus.h), where the list, values
+// and meanings are written once.
 enum : int32_t {
-    kStatusSuccess = 0,
-    kStatusMemoryFull = -52000,
-    kStatusInternalError = -52003,
-    kStatusInvalidArgument = -52005,
-    kStatusWaitTimedOut = -52007,
-    kStatusConditionFailed = -52008,
-    kStatusDriverTimeout = -50400,
-    kStatusAborted = -50405,
-    kStatusRegionsOutstanding = -61217,
-    kStatusMustReleaseFirst = -61219,
-    kStatusSessionRefused = -61499,
-    kStatusSizeQueryAnswer = -63080,
-    kStatusSessionNotRegistered = -63195,
+    kStatusSuccess = kQuorvaneStatusSuccess,
+    kStatusMemoryFull = kQuorvaneStatusMemoryFull,
+    kStatusInternalError = kQuorvaneStatusInternalError,
+    kStatusInvalidArgument = kQuorvaneStatusInvalidArgument,
+    kStatusWaitTimedOut = kQuorvaneStatusWaitTimedOut,  // never leaves the library
+    kStatusConditionFailed = kQuorvaneStatusConditionFailed,
+    kStatusDriverTimeout = kQuorvaneStatusDriverTimeout,
+    kStatusAborted = kQuorvaneStatusAborted,
+    kStatusRegionsOutstanding = kQuorvaneStatusRegionsOutstanding,
+    kStatusMustReleaseFirst = kQuorvaneStatusMustReleaseFirst,
+    kStatusSessionRefused = kQuorvaneStatusSessionRefused,
+    kStatusSizeQueryAnswer = kQuorvaneStatusSizeQueryAnswer,
+    kStatusSessionNotRegistered = kQuorvaneStatusSessionNotRegistered,
 };
+
+// Whether `code` is one of the public list.
+constexpr bool isListedStatus(int32_t code) noexcept {
+#define QUORVANE_STATUS_MATCHES(name, value, meaning) code == (value) ||
+    return QUORVANE_STATUS_LIST(QUORVANE_STATUS_MATCHES) false;
+#undef QUORVANE_STATUS_MATCHES
+}
+
+// A short name given a value of its own, or another name's, would let the library return a
+// code that Hosts find undocumented or documented wrongly.
+#define QUORVANE_SAME_AS_PUBLIC(suffix)                                                                     \
+    static_assert(static_cast<int32_t>(kStatus##suffix) == static_cast<int32_t>(kQuorvaneStatus##suffix) && \
+                      isListedStatus(kStatus##suffix),                                                      \
+                  "kStatus" #suffix " must be the listed kQuorvaneStatus" #suffix)
+QUORVANE_SAME_AS_PUBLIC(Success);
+QUORVANE_SAME_AS_PUBLIC(MemoryFull);
+QUORVANE_SAME_AS_PUBLIC(InternalError);
+QUORVANE_SAME_AS_PUBLIC(InvalidArgument);
+QUORVANE_SAME_AS_PUBLIC(WaitTimedOut);
+QUORVANE_SAME_AS_PUBLIC(ConditionFailed);
+QUORVANE_SAME_AS_PUBLIC(DriverTimeout);
+QUORVANE_SAME_AS_PUBLIC(Aborted);
+QUORVANE_SAME_AS_PUBLIC(RegionsOutstanding);
+QUORVANE_SAME_AS_PUBLIC(MustReleaseFirst);
+QUORVANE_SAME_AS_PUBLIC(SessionRefused);
+QUORVANE_SAME_AS_PUBLIC(SizeQueryAnswer);
+QUORVANE_SAME_AS_PUBLIC(SessionNotRegistered);
+#undef QUORVANE_SAME_AS_PUBLIC
 
 // Source location recorded when a container could not obtain memory.
 inline constexpr const char kStlStatusFile[] = "protons/status/stlStatus";

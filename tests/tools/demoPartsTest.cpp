@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -148,6 +149,28 @@ TEST(ProgressBar, FitsEveryWidthAndFillsAnOrdinaryTerminal) {
     EXPECT_THAT(ordinary, ::testing::HasSubstr(" 25%  256.00 MiB 2.31 GiB/s"));
     EXPECT_EQ(line(300), line(1000));
     EXPECT_THAT(line(40), ::testing::StartsWith("  regions to target ")) << "the bar goes before the label";
+}
+
+// ---- the summary's long lines -------------------------------------------------------------
+
+// Wrapped text keeps every word in order, no line is wider than asked, and later lines are
+// indented under the first one's text; a word longer than a line is cut rather than overflow.
+TEST(Summary, LongTextWrapsUnderItsHeadWithinTheWidth) {
+    const std::string head = "    -63101  x 3        ";
+    for (const std::string& text : {std::string("short"),
+                                    std::string("the simulated target refused an argument: unknown FIFO, or another "
+                                                "element type or direction, and then some more words to fill lines"),
+                                    std::string(120, 'x')}) {
+        const std::string out = tools::wrapped(head, text, 60);
+        std::istringstream lines(out);
+        std::string line, words;
+        for (int n = 0; std::getline(lines, line); ++n) {
+            EXPECT_LE(line.size(), 60u) << line;
+            EXPECT_EQ(line.substr(0, head.size()), n == 0 ? head : std::string(head.size(), ' '));
+            words += (words.empty() || text[0] == 'x' ? "" : " ") + line.substr(head.size());
+        }
+        EXPECT_EQ(words, text);
+    }
 }
 
 // ---- data errors -------------------------------------------------------------------------
