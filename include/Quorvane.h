@@ -112,7 +112,10 @@ QUORVANE_EXPORT int32_t Quorvane_Open(const char* bitfile, const char* signature
  * with its answer for the parent when that is closed along (the rule above, this handle first).
  *
  * After -61217 the close belongs to the library: do not call Quorvane_Close for that session
- * again, except while you still hold one of its regions (the call is then refused again). A
+ * again, except while you still hold one of its regions (the call is then refused again). The
+ * same holds for the resource sessions of a session whose close was called, refused or not:
+ * they are closed with it, so do not close one after, or on another thread while, its parent's
+ * close is called. A
  * close of a handle that is not registered here is passed to the FPGA interface library
  * unchanged, so a close made after the library has completed it reaches the driver for a
  * handle that is no longer open, or that the driver has since given to another session. The

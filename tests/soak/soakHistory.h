@@ -56,7 +56,7 @@ public:
     }
 
 private:
-    static constexpr size_t kEvents = 4096;
+    static constexpr size_t kEvents = size_t{1} << 15;  // more than a CI run's operations per thread
     static inline std::atomic<uint64_t> gSequence{0};
     unsigned thread_;
     std::vector<HistoryEvent> events_;

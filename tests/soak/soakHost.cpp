@@ -82,16 +82,13 @@ SessionPtr SoakHost::closeableParent(Random& random) {
     return !candidate->parent && closeable(*candidate) ? candidate : nullptr;
 }
 
-SessionPtr SoakHost::beginClose(Random& random) {
+SessionPtr SoakHost::closeCandidate(Random& random) {
     std::lock_guard lock(mutex_);
     if (sessions_.empty()) return nullptr;
     const size_t start = pick(random, sessions_);
     for (size_t i = 0; i < sessions_.size(); ++i) {
         const SessionPtr& candidate = sessions_[(start + i) % sessions_.size()];
-        if (closeable(*candidate)) {
-            markClosing(*candidate);
-            return candidate;
-        }
+        if (closeable(*candidate)) return candidate;
     }
     return nullptr;
 }

@@ -3,10 +3,14 @@
 //
 // The library closes sessions on its own (a refused close completes when the last region comes
 // back; a parent closes with its last resource session; the program stop runs the cleanup
-// procedures). A Host that then closed the same handle again would itself reach the driver for
-// a handle it no longer holds, so this Host keeps to three rules:
+// procedures; a parent's close, now or when it completes, closes its resource sessions). A Host
+// that then closed the same handle again would itself reach the driver for a handle it no
+// longer holds, so this Host keeps to these rules:
 //   - it closes a session at most once, and never after closing its parent or after a program
 //     stop that ran since the session was opened (the stop's cleanup owns it then);
+//   - it decides to close a session of a family (a session and its resource sessions) only
+//     while no other close in that family is under way, so that a resource session's close
+//     never races its parent's;
 //   - it repeats a close only while it holds back one of that session's own regions, so that
 //     the repeated close is certainly refused;
 //   - it stops the program only while none of its own calls (other than reference deletions and
@@ -34,6 +38,9 @@ struct HostSession {
     std::shared_ptr<HostSession> parent;  // set for a resource session
     bool closing = false;                 // the Host closed it or its parent (SoakHost's mutex)
     std::mutex family;                    // top level only: held across a close in the family
+
+    // The family's lock: the session's own, or its parent's.
+    std::mutex& familyLock() { return parent ? parent->family : family; }
 };
 
 using SessionPtr = std::shared_ptr<HostSession>;
@@ -70,10 +77,11 @@ public:
     SessionPtr anySession(Random& random);
     // A top-level session the Host may still close (a parent for a resource session).
     SessionPtr closeableParent(Random& random);
-    // Picks a session the Host may still close and marks it, and its resource sessions, as closed
-    // by the Host: nobody closes them again. Null when there is none.
-    SessionPtr beginClose(Random& random);
-    // The same for a chosen session; false when it may not be closed any more.
+    // A session the Host may still close (not marked yet); null when there is none.
+    SessionPtr closeCandidate(Random& random);
+    // Marks the session, and its resource sessions, as closed by the Host: nobody closes them
+    // again. False when it may not be closed any more. The caller holds its family lock from
+    // before this call until its close has returned.
     bool beginClose(const SessionPtr& session);
     // Drops a closed session (if not null), its resource sessions, and every session a program
     // stop owns now.

@@ -113,7 +113,9 @@ public:
     void finish() {
         while (auto held = host_.takeAny(random_)) expectIn("delete reference", deleteReference(*held), {0, -61217});
         SoakHost::Call call(host_);
-        while (SessionPtr session = host_.beginClose(random_)) {
+        while (SessionPtr session = host_.closeCandidate(random_)) {
+            std::lock_guard family(session->familyLock());
+            if (!host_.beginClose(session)) continue;
             expectIn("final close", Quorvane_Close(session->handle, 0), {0});
             host_.forget(session);
         }
@@ -155,12 +157,15 @@ private:
         return kOperations[0];
     }
 
-    void expectIn(const char* what, int32_t status, std::initializer_list<int32_t> allowed) {
+    // `related`: another session whose story belongs to a failure (a resource session's parent).
+    void expectIn(const char* what, int32_t status, std::initializer_list<int32_t> allowed, uint32_t related = 0) {
         history_.record(what, activity_.session, status);
         if (std::find(allowed.begin(), allowed.end(), status) != allowed.end()) return;
-        failures_.add(
-            std::string(what) + " on session 0x" + hex(activity_.session) + " answered " + std::to_string(status),
-            activity_.session);
+        std::string message =
+            std::string(what) + " on session 0x" + hex(activity_.session) + " answered " + std::to_string(status);
+        if (related != 0) message += " (resource session of 0x" + hex(related) + ")";
+        failures_.add(message, activity_.session);
+        if (related != 0) failures_.add("the story of 0x" + hex(related) + " follows", related);
     }
 
     static std::string hex(uint32_t value) {
@@ -208,23 +213,20 @@ private:
         expectIn("open resource session", status, {0, -63100, -63195, -52005});
         if (status != 0) return;
         history_.record("opened as a resource session", handle, 0);
+        history_.record("opened a resource session on it", parent->handle, static_cast<int32_t>(handle));
         ++coverage_.resourceSessions;
         host_.addSession(handle, parent);
     }
 
-    int32_t closeAsHost(const SessionPtr& session) {
-        HostSession& top = session->parent ? *session->parent : *session;
-        std::lock_guard family(top.family);
-        return Quorvane_Close(session->handle, 0);
-    }
-
     void close() {
         SoakHost::Call call(host_);
-        SessionPtr session = host_.beginClose(random_);
+        SessionPtr session = host_.closeCandidate(random_);
         if (!session) return;
+        std::lock_guard family(session->familyLock());
+        if (!host_.beginClose(session)) return;  // closed meanwhile, with its parent
         activity_.session = session->handle;
-        const int32_t status = closeAsHost(session);
-        expectIn("close", status, {0, -61217});
+        const int32_t status = Quorvane_Close(session->handle, 0);
+        expectIn("close", status, {0, -61217}, session->parent ? session->parent->handle : 0);
         if (status == -61217) ++coverage_.closesRefused;
         host_.forget(session);
     }
@@ -233,12 +235,15 @@ private:
         SoakHost::Call call(host_);
         std::optional<HostReference> held = host_.takeOfCloseable(random_);
         if (!held) return;
-        if (host_.beginClose(held->session)) {
-            activity_.session = held->session->handle;
-            expectIn("close with a region held back", closeAsHost(held->session), {-61217});
-            expectIn("repeated close with a region held back", closeAsHost(held->session), {-61217});
-            ++coverage_.retriesRefused;
-            host_.forget(held->session);
+        {
+            std::lock_guard family(held->session->familyLock());
+            if (host_.beginClose(held->session)) {
+                activity_.session = held->session->handle;
+                expectIn("close with a region held back", Quorvane_Close(held->session->handle, 0), {-61217});
+                expectIn("repeated close with a region held back", Quorvane_Close(held->session->handle, 0), {-61217});
+                ++coverage_.retriesRefused;
+                host_.forget(held->session);
+            }
         }
         host_.lend(std::move(*held));  // whoever deletes it completes the close
     }
