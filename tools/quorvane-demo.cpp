@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <string>
+#include <vector>
 
 #include "BrennSim.h"
 #include "HostSim.h"
@@ -31,6 +32,22 @@ uint32_t callTimeout(const FifoPlan& fifo, uint64_t block) {
     if (fifo.rate == 0) return kDefaultMs;
     const uint64_t paced = block >= kLongestFiniteMs / 2000 ? kLongestFiniteMs : 2000 * block / fifo.rate + 1;
     return static_cast<uint32_t>(std::clamp(paced, kDefaultMs, kLongestFiniteMs));
+}
+
+// Releases the target refused. The library hands a region back when the Host deletes its
+// reference and reports nothing if the target refuses, so the elements stay lent and later
+// copying transfers of that FIFO are refused (-61219). The simulated target refuses a proper
+// release only when its description tells it to, so the refusals are found among the faults
+// it injected, and logged like the statuses the Host met.
+void noteRefusedReleases(uint32_t session, StatusLog& log) {
+    std::vector<BrennSimFaultInfo> faults(BrennSim_DescribeFaults(session, nullptr, 0));
+    faults.resize(BrennSim_DescribeFaults(session, faults.data(), faults.size()));
+    for (const BrennSimFaultInfo& fault : faults) {
+        if (std::string(fault.function) != "BrennDll_ReleaseFifoElements" || fault.acted == 0) continue;
+        std::printf("  the target refused %llu release%s (line %u); the library does not report that\n",
+                    static_cast<unsigned long long>(fault.acted), fault.acted == 1 ? "" : "s", fault.line);
+        for (uint64_t i = 0; i < fault.acted; ++i) log.note("BrennDll_ReleaseFifoElements", fault.status);
+    }
 }
 
 // Everything between open and close: answers false when the demo could not stream at all, with
@@ -66,6 +83,7 @@ bool streamSession(uint32_t session, const DemoOptions& options, StatusLog& log,
         setup.timeout = callTimeout(fifo, options.block);
         if (fifo.used && regions) results.regions[side] = streamRegions(setup, fifo, log);
     }
+    noteRefusedReleases(session, log);
     for (int side = 0; side < 2; ++side) {
         FifoPlan& fifo = side == 0 ? plan.read : plan.write;
         setup.timeout = callTimeout(fifo, options.block);
@@ -76,6 +94,22 @@ bool streamSession(uint32_t session, const DemoOptions& options, StatusLog& log,
         if (fifo.used) BrennSim_GetFifoStats(session, fifo.fifo, &results.target[side]);
     }
     return true;
+}
+
+// Closes the session as a careful Host does. The library takes a session out of its registry
+// before the driver closes it, so a close the driver refuses leaves the session open on the
+// target with only the Host to close it: a close of a handle the library no longer holds goes
+// straight to the driver. It is tried again, at most three times in all, unless the library
+// answered -61217 (it completes the close itself when the last region comes back) or the
+// target no longer knows the handle. Safe here because no other thread opens sessions, so the
+// driver cannot have given the handle to another session in between.
+void closeSession(uint32_t session, StatusLog& log) {
+    constexpr int kAttempts = 3;
+    for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+        const int32_t status = log.note("Quorvane_Close", Quorvane_Close(session, 0));
+        if (status >= 0 || status == kQuorvaneStatusRegionsOutstanding || status == kBrennSimInvalidSession) return;
+        if (attempt < kAttempts) std::printf("  the close failed with %d; closing the session again\n", status);
+    }
 }
 
 }  // namespace
@@ -115,9 +149,9 @@ int main(int argc, char** argv) {
     uint32_t session = 0;
     if (log.note("Quorvane_Open", Quorvane_Open(options.target.c_str(), "", "RIO0", 0, &session)) >= 0) {
         streamed = streamSession(session, options, log, plan, results, unservable);
-        const DataErrors errors = countDataErrors(plan, results);
-        if (streamed) printSummary(plan, results, log, errors);
-        log.note("Quorvane_Close", Quorvane_Close(session, 0));
+        // Closed before the summary, so that the summary lists what the close answered too.
+        closeSession(session, log);
+        if (streamed) printSummary(plan, results, log, countDataErrors(plan, results));
     }
     log.note("Quorvane_UnreserveIrqContext", Quorvane_UnreserveIrqContext());
 

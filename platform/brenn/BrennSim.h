@@ -81,6 +81,14 @@
  * requested bit and reports the requested bits that are asserted, or timedOut 1.
  * Closing a session wakes its blocked callers, who answer kBrennSimInvalidSession.
  *
+ * Injected faults. A target description may tell the target to misbehave on purpose (the
+ * `fault`, `stall` and `drop irq` statements of TargetDescription.md): a function answers a
+ * chosen status instead of working, a FIFO's FPGA side stands still for a while, an interrupt
+ * does not fire. Each session counts for itself. A fault acts after a scripted answer had its
+ * chance (a call a script replaces is not counted) and before the simulated work; the call is
+ * logged with the status it answered. BrennSim_FeedFifo and BrennSim_DrainFifo move elements
+ * during a stall too, and BrennSim_RaiseIrqs raises are counted and dropped like any other.
+ *
  * Thread safety: every function here and every BrennDll_ function may be called from any
  * thread at any time, except BrennSim_Reset, which must not race with calls in progress.
  */
@@ -245,6 +253,20 @@ int BrennSim_TargetName(uint32_t session, char* name, size_t capacity);
 /* 1 when the target of `session` makes FIFOs and registers it does not declare on first use
  * (the default target does), 0 when it refuses them or the session is not open. */
 int BrennSim_AllowsUndeclared(uint32_t session);
+
+/* A fault, stall or drop statement of a session's target, and what it did on that session. */
+typedef struct BrennSimFaultInfo {
+    uint32_t line;       /* its line in the description */
+    int32_t status;      /* what a fault statement answers; 0 for stall and drop */
+    uint64_t acted;      /* calls it answered, stalls it began or assertions it dropped, on this session */
+    char function[48];   /* the function a fault statement names; empty for stall and drop */
+    char statement[128]; /* the statement without its comment, words one blank apart (cut, terminated) */
+} BrennSimFaultInfo;
+
+/* The fault, stall and drop statements of the target of `session`, in the order of its
+ * description: fills up to `capacity` entries of `infos` (which may be null when capacity is 0)
+ * and answers how many there are; 0 when the session is not open. */
+size_t BrennSim_DescribeFaults(uint32_t session, BrennSimFaultInfo* infos, size_t capacity);
 
 #ifdef __cplusplus
 }

@@ -1,6 +1,7 @@
 // The frame around every BrennDll_ function of the stand-in: take a scripted answer if one is
-// queued, run the simulated work (or not), write scripted outputs, log the call, and never let
-// an exception cross the C boundary.
+// queued, let the target's fault statements answer instead of the simulated work, run the work
+// (or not), write scripted outputs, log the call, and never let an exception cross the C
+// boundary.
 //
 // A function body reads
 //     return call(__func__, args(session, reg, value), outs(value), [&] { return ...; });
@@ -12,6 +13,7 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "SimFaults.h"
 #include "SimTarget.h"
 
 namespace brenn::sim {
@@ -80,7 +82,10 @@ int32_t call(const char* function, const CallArgs& arguments, const OutParams& o
             result = answer.status;
             writeOutputs(outputs, answer);
         } else {
-            result = work();
+            // An error a fault injects replaces the work; a warning follows a successful one.
+            const InjectedAnswer injected = injectFault(function, arguments);
+            result = injected.replaces ? injected.status : work();
+            if (!injected.replaces && injected.status != 0 && result == 0) result = injected.status;
             if (scripted && result == 0) {
                 result = answer.status;
                 writeOutputs(outputs, answer);

@@ -52,7 +52,7 @@ bool matchesPattern(const uint8_t* element, size_t elementSize, uint64_t value) 
     return true;
 }
 
-SimFifo::SimFifo(const FifoSpec& spec, std::shared_ptr<SimIrqs> irqs)
+SimFifo::SimFifo(const FifoSpec& spec, std::shared_ptr<SimIrqs> irqs, FifoStalls stalls)
     : direction_(spec.direction),
       elementSize_(spec.elementBytes),
       depth_(spec.depth),
@@ -62,7 +62,8 @@ SimFifo::SimFifo(const FifoSpec& spec, std::shared_ptr<SimIrqs> irqs)
       patternStep_(spec.patternStep),
       rate_(spec.rate),
       irqSpecs_(spec.irqs),
-      irqs_(std::move(irqs)) {}
+      irqs_(std::move(irqs)),
+      stalls_(std::move(stalls)) {}
 
 BrennSimFifoStats totalFifoStats() noexcept {
     Totals& t = totals();
@@ -201,14 +202,26 @@ void SimFifo::raiseFifoIrqs(uint64_t before) {
     }
 }
 
-size_t SimFifo::fpgaBudget(size_t wanted) const {
-    if (rate_ == 0) return wanted;
-    const auto elapsed =
-        std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::steady_clock::now() - started_);
-    const auto allowed =
-        static_cast<unsigned __int128>(rate_) * static_cast<uint64_t>(elapsed.count()) / 1'000'000'000u;
-    if (allowed <= fpga_) return 0;
-    return static_cast<size_t>(std::min<unsigned __int128>(wanted, allowed - fpga_));
+size_t SimFifo::fpgaBudget(size_t wanted) {
+    const auto now = std::chrono::steady_clock::now();
+    if (rate_ != 0) {
+        // The pace is kept from the first run on, the time of stalls left out.
+        const auto elapsed =
+            std::chrono::duration_cast<std::chrono::nanoseconds>(now - started_ - stalls_.stoodStill(now));
+        const auto allowed = static_cast<unsigned __int128>(rate_) *
+                             static_cast<uint64_t>(std::max<int64_t>(0, elapsed.count())) / 1'000'000'000u;
+        wanted = allowed <= fpga_ ? 0 : static_cast<size_t>(std::min<unsigned __int128>(wanted, allowed - fpga_));
+    }
+    return stalls_.any() ? stalls_.budget(fpga_, wanted, now) : wanted;
+}
+
+std::chrono::steady_clock::time_point SimFifo::fpgaWake() const {
+    const auto now = std::chrono::steady_clock::now();
+    if (const auto stallEnds = stalls_.until(now)) return *stallEnds;
+    if (rate_ == 0) return std::chrono::steady_clock::time_point::max();
+    // A paced FPGA side moves with time, not with calls: look again after roughly one
+    // element's time (between 1 and 100 ms).
+    return now + std::chrono::nanoseconds(std::clamp<uint64_t>(1'000'000'000u / rate_, 1'000'000u, 100'000'000u));
 }
 
 void SimFifo::runFpga() {
@@ -248,25 +261,19 @@ template <typename Ready>
 int32_t SimFifo::waitUntil(Lock& lock, const Deadline& deadline, Ready&& ready) {
     for (;;) {
         if (closed_) return kBrennSimInvalidSession;
-        if (rate_ != 0) runFpga();
+        if (timed()) runFpga();
         int32_t verdict = ready();
         if (verdict <= 0) return verdict;  // 0 go on, negative: give up with that answer
-        if (rate_ != 0) {
-            // A paced FPGA side moves with time, not with calls: look again after roughly one
-            // element's time (between 1 and 100 ms), or at the deadline.
-            const auto tick =
-                std::chrono::nanoseconds(std::clamp<uint64_t>(1'000'000'000u / rate_, 1'000'000u, 100'000'000u));
-            const auto wake = std::chrono::steady_clock::now() + tick;
-            if (deadline.unlimited() || wake < deadline.at()) {
-                changed_.wait_until(lock, wake);
-                continue;
-            }
+        const auto wake = fpgaWake();
+        if (wake != std::chrono::steady_clock::time_point::max() && (deadline.unlimited() || wake < deadline.at())) {
+            changed_.wait_until(lock, wake);
+            continue;
         }
         if (deadline.unlimited()) {
             changed_.wait(lock);
         } else if (changed_.wait_until(lock, deadline.at()) == std::cv_status::timeout) {
             if (closed_) return kBrennSimInvalidSession;
-            if (rate_ != 0) runFpga();
+            if (timed()) runFpga();
             verdict = ready();
             return verdict <= 0 ? verdict : int32_t{kBrennTimeout};
         }
@@ -473,7 +480,7 @@ void SimFifo::close() {
 
 void SimIrqs::raise(uint32_t bits) {
     std::lock_guard lock(mutex_);
-    asserted_ |= bits;
+    asserted_ |= drops_.pass(bits);
     changed_.notify_all();
 }
 
@@ -514,11 +521,17 @@ std::shared_ptr<SimFifo> findFifo(uint32_t session, uint32_t fifo, bool create, 
             found = existing->second;
         } else if (const FifoSpec* spec = open.target->findFifo(fifo)) {
             // A declared FIFO exists from the start, whoever asks first.
-            found = open.fifos.emplace(fifo, std::make_shared<SimFifo>(*spec, open.irqs)).first->second;
+            found = open.fifos
+                        .emplace(fifo, std::make_shared<SimFifo>(
+                                           *spec, open.irqs, FifoStalls(open.target->stallsOf(fifo), open.injections)))
+                        .first->second;
         } else if (!open.target->undeclaredAllowed) {
             return int32_t{kBrennSimInvalidArgument};
         } else if (create) {
-            found = open.fifos.emplace(fifo, std::make_shared<SimFifo>()).first->second;
+            found =
+                open.fifos
+                    .emplace(fifo, std::make_shared<SimFifo>(FifoStalls(open.target->stallsOf(fifo), open.injections)))
+                    .first->second;
         }
         return int32_t{0};
     });

@@ -25,6 +25,8 @@
 #include <vector>
 
 #include "BrennSim.h"
+#include "SimIrqDrop.h"
+#include "SimStall.h"
 #include "TargetDescription.h"
 
 namespace brenn::sim {
@@ -61,9 +63,9 @@ class SimFifo {
 public:
     // A FIFO the target does not declare: its first use fixes its element size and direction,
     // and it follows the plain counter pattern.
-    SimFifo() = default;
+    explicit SimFifo(FifoStalls stalls = {}) : stalls_(std::move(stalls)) {}
     // A declared FIFO: shape, depth, rate, pattern and interrupts from the description.
-    SimFifo(const FifoSpec& spec, std::shared_ptr<SimIrqs> irqs);
+    SimFifo(const FifoSpec& spec, std::shared_ptr<SimIrqs> irqs, FifoStalls stalls = {});
 
     // Copying transfers of `count` elements.
     int32_t read(void* data, ElementShape shape, size_t count, uint32_t timeout, size_t* remaining);
@@ -94,7 +96,11 @@ private:
     void produce(size_t count);
     void consume(size_t count);
     void runFpga();
-    size_t fpgaBudget(size_t wanted) const;  // what the FPGA side's rate lets it move now
+    size_t fpgaBudget(size_t wanted);  // what the FPGA side's rate and stalls let it move now
+    // Whether the FPGA side moves with time (a rate, or a stall that ends), not only with calls.
+    bool timed() const { return rate_ != 0 || stalls_.any(); }
+    // When a waiter should look again for what the FPGA side moved with time; max() for never.
+    std::chrono::steady_clock::time_point fpgaWake() const;
     void raiseFifoIrqs(uint64_t before);
     uint64_t patternValue(uint64_t position) const { return patternStart_ + position * patternStep_; }
     void copyOut(void* data, size_t count);
@@ -123,11 +129,13 @@ private:
     std::vector<FifoIrq> irqSpecs_;
     std::shared_ptr<SimIrqs> irqs_;
     std::chrono::steady_clock::time_point started_{};  // when the FPGA side first ran
+    FifoStalls stalls_;                                // the description's stalls, and how far they got
 };
 
 // Interrupt lines of one session.
 class SimIrqs {
 public:
+    explicit SimIrqs(IrqDrops drops = {}) : drops_(std::move(drops)) {}
     void raise(uint32_t bits);
     void acknowledge(uint32_t bits);
     int32_t wait(uint32_t irqs, uint32_t timeout, uint32_t* asserted, uint8_t* timedOut);
@@ -138,6 +146,7 @@ private:
     std::condition_variable changed_;
     uint32_t asserted_ = 0;
     bool closed_ = false;
+    IrqDrops drops_;  // assertions the description drops
 };
 
 // An element of the FPGA's pattern holding `value`: its little-endian bytes, zero beyond the

@@ -57,7 +57,9 @@ Session& TargetState::open(uint32_t parent, std::shared_ptr<const TargetDescript
     session.handle = handle;
     session.parent = parent;
     session.target = std::move(target);
-    session.irqs = std::make_shared<SimIrqs>();
+    session.faultCalls.assign(session.target->faults.size(), 0);
+    session.injections = std::make_shared<InjectionCounts>(session.target->injected.size());
+    session.irqs = std::make_shared<SimIrqs>(IrqDrops(session.target->irqDrops, session.injections));
     applyResetValues(session);
     return session;
 }

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "BrennSim.h"
+#include "SimFaults.h"
 #include "SimFifo.h"
 #include "SimRegisterSpace.h"
 #include "TargetDescription.h"
@@ -49,6 +50,10 @@ struct Session {
     // after the session is closed and the table has forgotten them.
     std::map<uint32_t, std::shared_ptr<SimFifo>> fifos;
     std::shared_ptr<SimIrqs> irqs;
+    // Calls counted by each fault statement of the target (SimFaults.h), and what every fault,
+    // stall and drop statement did on this session; a resource session counts its own.
+    std::vector<uint64_t> faultCalls;
+    std::shared_ptr<InjectionCounts> injections;
 };
 
 // Resource names known to the target. Indexes start at 1 so that an index of 0 always means

@@ -11,6 +11,8 @@
 #include <iterator>
 #include <sstream>
 
+#include "SimFaults.h"
+
 namespace brenn::sim {
 
 namespace {
@@ -110,6 +112,13 @@ public:
 
     void end() {
         if (!empty()) fail("unexpected '" + words_[next_] + "' at the end of the statement");
+    }
+
+    // The whole statement, its words one blank apart.
+    std::string text() const {
+        std::string joined;
+        for (const std::string& word : words_) joined += (joined.empty() ? "" : " ") + word;
+        return joined;
     }
 
 private:
@@ -222,7 +231,126 @@ void parseIrq(Statement& s, TargetDescription& target) {
     s.end();
 }
 
-void parseStatement(Statement& s, TargetDescription& target) {
+// ---- fault, stall and drop --------------------------------------------------------------
+
+// The state of one parse that statements need beyond the description itself.
+struct ParseContext {
+    size_t line = 0;
+    // FIFO numbers and register addresses used before or without a declaration: fine only on a
+    // target with `undeclared allowed`, which may come later in the file.
+    struct Undeclared {
+        size_t line;
+        std::string reason;
+    };
+    std::vector<Undeclared> undeclared;
+};
+
+size_t addInjected(Statement& s, TargetDescription& target, const ParseContext& context, std::string function = {},
+                   int32_t status = 0) {
+    target.injected.push_back({static_cast<uint32_t>(context.line), s.text(), std::move(function), status});
+    return target.injected.size() - 1;
+}
+
+uint32_t usedFifo(Statement& s, const TargetDescription& target, ParseContext& context) {
+    const auto number = static_cast<uint32_t>(s.number("FIFO number", UINT32_MAX));
+    if (!target.findFifo(number)) {
+        context.undeclared.push_back({context.line, "FIFO " + std::to_string(number) + " is not declared"});
+    }
+    return number;
+}
+
+// A register named, or given by its address (a word that starts with a digit).
+uint32_t usedRegister(Statement& s, const TargetDescription& target, ParseContext& context) {
+    const std::string word = s.word("register name or address");
+    if (!std::isdigit(static_cast<unsigned char>(word[0]))) {
+        const RegisterSpec* reg = target.findRegister(word);
+        if (!reg) fail("register '" + word + "' is not declared");
+        return reg->address;
+    }
+    const auto address = static_cast<uint32_t>(parseNumber(word, "register address", UINT32_MAX));
+    const bool declared = std::any_of(target.registers.begin(), target.registers.end(),
+                                      [&](const RegisterSpec& spec) { return spec.address == address; });
+    if (!declared) context.undeclared.push_back({context.line, "no register is declared at address " + word});
+    return address;
+}
+
+int32_t parseStatus(Statement& s) {
+    const std::string text = s.word("status");
+    const bool negative = text[0] == '-';
+    uint64_t magnitude = 0;
+    try {
+        magnitude = parseNumber(negative ? text.substr(1) : text, "status", UINT64_MAX);
+    } catch (const ParseError&) {
+        fail("status '" + text + "' is not a number");
+    }
+    if (magnitude > (negative ? uint64_t{1} << 31 : (uint64_t{1} << 31) - 1)) {
+        fail("status " + text + " is out of range (-2147483648 to 2147483647)");
+    }
+    if (magnitude == 0) fail("status 0 injects nothing");
+    return static_cast<int32_t>(negative ? -static_cast<int64_t>(magnitude) : static_cast<int64_t>(magnitude));
+}
+
+void parseFault(Statement& s, TargetDescription& target, ParseContext& context) {
+    FaultSpec fault;
+    fault.function = s.word("function name");
+    const FaultableFunction* function = findFaultable(fault.function);
+    if (!function && takesNoSession(fault.function)) {
+        fail(fault.function + " takes no session: a fault counts the calls of a session");
+    }
+    if (!function) fail("unknown function '" + fault.function + "' (" + faultableNames() + ")");
+    if (s.accept("fifo")) {
+        if (function->argument != FaultScope::Fifo) fail(fault.function + " names no FIFO");
+        fault.scope = FaultScope::Fifo;
+        fault.number = usedFifo(s, target, context);
+    } else if (s.accept("register")) {
+        if (function->argument != FaultScope::Register) fail(fault.function + " names no register");
+        fault.scope = FaultScope::Register;
+        fault.number = usedRegister(s, target, context);
+    }
+    s.expect("after");
+    fault.after = s.number("call count");
+    s.expect("calls");
+    s.expect("status");
+    fault.status = parseStatus(s);
+    if (s.accept("always")) {
+        fault.times = 0;
+    } else if (s.accept("times")) {
+        fault.times = s.number("times");
+        if (fault.times == 0) fail("times must be at least 1");
+    }
+    s.end();
+    fault.statement = addInjected(s, target, context, fault.function, fault.status);
+    target.faults.push_back(fault);
+}
+
+void parseStall(Statement& s, TargetDescription& target, ParseContext& context) {
+    StallSpec stall;
+    s.expect("fifo");
+    stall.fifo = usedFifo(s, target, context);
+    s.expect("after");
+    stall.after = s.number("element count");
+    s.expect("elements");
+    s.expect("for");
+    stall.milliseconds = s.number("stall time", UINT32_MAX);
+    if (stall.milliseconds == 0) fail("a stall lasts at least 1 ms");
+    s.expect("ms");
+    s.end();
+    stall.statement = addInjected(s, target, context);
+    target.stalls.push_back(stall);
+}
+
+void parseDrop(Statement& s, TargetDescription& target, ParseContext& context) {
+    IrqDropSpec drop;
+    s.expect("irq");
+    drop.bit = static_cast<uint32_t>(s.number("IRQ bit", 31));
+    s.expect("after");
+    drop.after = s.number("assertion count");
+    s.end();
+    drop.statement = addInjected(s, target, context);
+    target.irqDrops.push_back(drop);
+}
+
+void parseStatement(Statement& s, TargetDescription& target, ParseContext& context) {
     const std::string& keyword = s.keyword();
     if (keyword == "register") {
         parseRegister(s, target);
@@ -239,10 +367,16 @@ void parseStatement(Statement& s, TargetDescription& target) {
         s.expect("allowed");
         s.end();
         target.undeclaredAllowed = true;
+    } else if (keyword == "fault") {
+        parseFault(s, target, context);
+    } else if (keyword == "stall") {
+        parseStall(s, target, context);
+    } else if (keyword == "drop") {
+        parseDrop(s, target, context);
     } else if (keyword == "target") {
         fail("a description names its target once");
     } else {
-        fail("unknown statement '" + keyword + "' (register fifo irq resource undeclared)");
+        fail("unknown statement '" + keyword + "' (register fifo irq resource undeclared fault stall drop)");
     }
 }
 
@@ -273,6 +407,13 @@ bool TargetDescription::allowsAccess(uint32_t address, size_t bytes) const {
     });
 }
 
+std::vector<StallSpec> TargetDescription::stallsOf(uint32_t fifo) const {
+    std::vector<StallSpec> found;
+    std::copy_if(stalls.begin(), stalls.end(), std::back_inserter(found),
+                 [&](const StallSpec& stall) { return stall.fifo == fifo; });
+    return found;
+}
+
 uint32_t TargetDescription::irqsOnWrite(uint32_t address, uint64_t value) const {
     uint32_t raised = 0;
     for (const RegisterIrq& irq : registerIrqs) {
@@ -289,7 +430,8 @@ uint32_t TargetDescription::irqsOnWrite(uint32_t address, uint64_t value) const 
 std::shared_ptr<const TargetDescription> parseTargetDescription(const std::string& text, std::string& error) {
     auto target = std::make_shared<TargetDescription>();
     std::istringstream lines(text);
-    size_t lineNumber = 0;
+    ParseContext context;
+    size_t& lineNumber = context.line;
     bool named = false;
     try {
         for (std::string line; std::getline(lines, line);) {
@@ -307,7 +449,7 @@ std::shared_ptr<const TargetDescription> parseTargetDescription(const std::strin
                 named = true;
                 continue;
             }
-            parseStatement(statement, *target);
+            parseStatement(statement, *target, context);
         }
     } catch (const ParseError& parseError) {
         error = std::to_string(lineNumber) + ": " + parseError.reason;
@@ -315,6 +457,10 @@ std::shared_ptr<const TargetDescription> parseTargetDescription(const std::strin
     }
     if (!named) {
         error = "not a target description: it has no 'target' statement";
+        return nullptr;
+    }
+    if (!target->undeclaredAllowed && !context.undeclared.empty()) {
+        error = std::to_string(context.undeclared.front().line) + ": " + context.undeclared.front().reason;
         return nullptr;
     }
     return target;

@@ -53,6 +53,49 @@ struct RegisterIrq {
     uint32_t bit = 0;
 };
 
+// ---- misbehaviour on purpose (fault, stall and drop statements) ---------------------------
+
+// A statement that makes the target misbehave, as its author wrote it: kept for reports.
+struct InjectedStatement {
+    uint32_t line = 0;
+    std::string text;      // the statement without its comment, words one blank apart
+    std::string function;  // what a fault statement names; empty for stall and drop
+    int32_t status = 0;    // what a fault statement answers; 0 for stall and drop
+};
+
+// Which calls of its function a fault counts: all of a session, or only those whose second
+// argument names one FIFO or one register address (every function that takes a FIFO or a
+// register has it there, after the session).
+enum class FaultScope { Session, Fifo, Register };
+
+// `fault`: the function answers `status` from its (after + 1)th counted call of a session on,
+// for `times` calls (0: every call from then on).
+struct FaultSpec {
+    std::string function;
+    FaultScope scope = FaultScope::Session;
+    uint32_t number = 0;  // the FIFO, or the register's address
+    uint64_t after = 0;
+    uint64_t times = 1;
+    int32_t status = 0;
+    size_t statement = 0;  // index into TargetDescription::injected
+};
+
+// `stall`: the FPGA side of the FIFO stands still for `milliseconds` once it has moved `after`
+// elements.
+struct StallSpec {
+    uint32_t fifo = 0;
+    uint64_t after = 0;
+    uint64_t milliseconds = 0;
+    size_t statement = 0;
+};
+
+// `drop irq`: the (after + 1)th assertion of IRQ `bit` on a session does not happen.
+struct IrqDropSpec {
+    uint32_t bit = 0;
+    uint64_t after = 0;
+    size_t statement = 0;
+};
+
 struct TargetDescription {
     std::string title;
     std::vector<RegisterSpec> registers;
@@ -60,6 +103,10 @@ struct TargetDescription {
     std::vector<RegisterIrq> registerIrqs;
     std::vector<std::string> resources;
     bool undeclaredAllowed = false;
+    std::vector<FaultSpec> faults;
+    std::vector<StallSpec> stalls;
+    std::vector<IrqDropSpec> irqDrops;
+    std::vector<InjectedStatement> injected;  // every fault, stall and drop statement, in order
 
     const RegisterSpec* findRegister(const std::string& name) const;
     const FifoSpec* findFifo(uint32_t number) const;
@@ -69,6 +116,8 @@ struct TargetDescription {
     bool allowsAccess(uint32_t address, size_t bytes) const;
     // The interrupt bits that writing `value` at `address` raises.
     uint32_t irqsOnWrite(uint32_t address, uint64_t value) const;
+    // The stall statements of one FIFO.
+    std::vector<StallSpec> stallsOf(uint32_t fifo) const;
 };
 
 // Parses the text of a description. On failure answers null and sets `error` to

@@ -74,6 +74,36 @@ const BrokenCase kBrokenCases[] = {
     {"irq period", kHeader + "fifo 4 S to-host U8\nirq 1 on fifo 4 every 0\n", ":3: element count must be"},
     {"resource", kHeader + "resource Slot/1\nresource Slot/1\n", ":3: resource 'Slot/1' is declared twice"},
     {"name", kHeader + "resource Slot*1\n", ":2: 'Slot*1' is not a valid resource name"},
+    {"fault function", kHeader + "fault BrennDll_Frob after 0 calls status -1\n",
+     ":2: unknown function 'BrennDll_Frob' (BrennDll_OpenResource BrennDll_Close "},
+    {"fault without session", kHeader + "fault BrennDll_Open after 0 calls status -1\n",
+     ":2: BrennDll_Open takes no session"},
+    {"fault fifo", kHeader + "fault BrennDll_Close fifo 0 after 0 calls status -1\n",
+     ":2: BrennDll_Close names no FIFO"},
+    {"fault register", kHeader + "fifo 0 S to-host U8\nfault BrennDll_ReadFifoU8 register 0 after 0 calls status -1\n",
+     ":3: BrennDll_ReadFifoU8 names no register"},
+    {"fault undeclared fifo", kHeader + "fault BrennDll_StartFifo fifo 3 after 0 calls status -1\n",
+     ":2: FIFO 3 is not declared"},
+    {"fault register name", kHeader + "fault BrennDll_WriteU32 register Control after 0 calls status -1\n",
+     ":2: register 'Control' is not declared"},
+    {"fault register address",
+     kHeader + "register C 0 u32\nfault BrennDll_WriteU32 register 0x2 after 0 calls status 1\n",
+     ":3: no register is declared at address 0x2"},
+    {"fault calls", kHeader + "fault BrennDll_Run after 2 status -1\n", ":2: expected 'calls', found 'status'"},
+    {"fault status 0", kHeader + "fault BrennDll_Run after 0 calls status 0\n", ":2: status 0 injects nothing"},
+    {"fault status range", kHeader + "fault BrennDll_Run after 0 calls status -2147483649\n",
+     ":2: status -2147483649 is out of range"},
+    {"fault status word", kHeader + "fault BrennDll_Run after 0 calls status -x\n", ":2: status '-x' is not a number"},
+    {"fault times 0", kHeader + "fault BrennDll_Run after 0 calls status -1 times 0\n", ":2: times must be at least 1"},
+    {"fault times and always", kHeader + "fault BrennDll_Run after 0 calls status -1 times 2 always\n",
+     ":2: unexpected 'always'"},
+    {"stall fifo", kHeader + "stall fifo 2 after 10 elements for 5 ms\n", ":2: FIFO 2 is not declared"},
+    {"stall 0 ms", kHeader + "fifo 2 S to-host U8\nstall fifo 2 after 10 elements for 0 ms\n",
+     ":3: a stall lasts at least 1 ms"},
+    {"stall unit", kHeader + "fifo 2 S to-host U8\nstall fifo 2 after 10 elements for 5 s\n",
+     ":3: expected 'ms', found 's'"},
+    {"drop bit", kHeader + "drop irq 32 after 0\n", ":2: IRQ bit 32 is out of range"},
+    {"drop count", kHeader + "drop irq 3\n", ":2: missing after"},
 };
 
 class BrokenDescription : public BrennSimTest, public ::testing::WithParamInterface<BrokenCase> {};
@@ -127,6 +157,45 @@ TEST_F(BrennSimTest, ShippedExampleTargetsLoad) {
         ++examples;
     }
     EXPECT_GT(examples, 0u);
+}
+
+// Fault, stall and drop statements are listed as written, each with what it did on the session;
+// a FIFO they name may be declared by `undeclared allowed` further down.
+TEST_F(BrennSimTest, FaultStatementsAreListedWithWhatTheyDidOnTheSession) {
+    TempFile file(kHeader +
+                  "register Control 0x10 u32\n"
+                  "fault  BrennDll_WriteU32   register Control after 1 calls status -0xC4E0   # -50400\n"
+                  "stall fifo 7 after 3 elements for 1 ms\n"
+                  "drop irq 4 after 0\n"
+                  "undeclared allowed\n");
+    uint32_t session = 0;
+    ASSERT_EQ(BrennDll_Open(file.path().c_str(), "", "RIO0", 0, &session), 0);
+    EXPECT_EQ(BrennDll_WriteU32(session, 0x10, 1), 0);
+    EXPECT_EQ(BrennDll_WriteU32(session, 0x10, 1), kBrennTimeout);
+    EXPECT_EQ(BrennDll_WriteU32(session, 0x10, 1), 0) << "once, without 'times'";
+    uint8_t data[8] = {};
+    EXPECT_EQ(BrennDll_ReadFifoU8(session, 7, data, 3, 0, nullptr), 0);
+    EXPECT_EQ(BrennDll_ReadFifoU8(session, 7, data, 1, 2000, nullptr), 0);
+    EXPECT_EQ(data[0], 3u) << "after the stall, the pattern goes on where it stopped";
+    EXPECT_EQ(BrennSim_RaiseIrqs(session, 0x10), 1);
+    EXPECT_EQ(BrennSim_RaiseIrqs(session, 0x10), 1);
+
+    BrennSimFaultInfo infos[4] = {};
+    ASSERT_EQ(BrennSim_DescribeFaults(session, infos, 4), 3u);
+    EXPECT_EQ(infos[0].line, 3u);
+    EXPECT_STREQ(infos[0].statement, "fault BrennDll_WriteU32 register Control after 1 calls status -0xC4E0");
+    EXPECT_STREQ(infos[0].function, "BrennDll_WriteU32");
+    EXPECT_EQ(infos[0].status, kBrennTimeout);
+    EXPECT_STREQ(infos[1].statement, "stall fifo 7 after 3 elements for 1 ms");
+    EXPECT_STREQ(infos[2].function, "");
+    EXPECT_EQ(infos[2].status, 0);
+    for (const BrennSimFaultInfo& info : {infos[0], infos[1], infos[2]}) EXPECT_EQ(info.acted, 1u) << info.statement;
+
+    // A session of its own counts from 0.
+    const uint32_t other = openResource(session, "Board0/Any");
+    EXPECT_EQ(BrennSim_DescribeFaults(other, infos, 1), 3u);
+    EXPECT_EQ(infos[0].acted, 0u);
+    EXPECT_EQ(BrennSim_DescribeFaults(kUnknownSession, infos, 4), 0u);
 }
 
 // A board with every kind of declaration.

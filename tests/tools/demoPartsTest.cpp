@@ -167,7 +167,8 @@ TEST(Summary, LongTextWrapsUnderItsHeadWithinTheWidth) {
         for (int n = 0; std::getline(lines, line); ++n) {
             EXPECT_LE(line.size(), 60u) << line;
             EXPECT_EQ(line.substr(0, head.size()), n == 0 ? head : std::string(head.size(), ' '));
-            words += (words.empty() || text[0] == 'x' ? "" : " ") + line.substr(head.size());
+            if (!words.empty() && text[0] != 'x') words += ' ';
+            words += line.substr(head.size());
         }
         EXPECT_EQ(words, text);
     }

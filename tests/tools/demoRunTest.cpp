@@ -3,6 +3,7 @@
 // load, leaving nothing open each time. Its progress bar fits the terminal it is drawn on.
 #include <gmock/gmock.h>
 
+#include <cstdio>
 #include <ostream>
 #include <regex>
 #include <string>
@@ -10,6 +11,8 @@
 
 #include "QuorvaneVersion.h"
 #include "demoRun.h"
+#include "statusText.h"
+#include "summary.h"
 
 namespace quorvane::testing {
 namespace {
@@ -140,6 +143,37 @@ TEST(BrokenDescription, FailsTheOpenWithOneLineNamingFileAndLineInItsPlaceInTheL
     EXPECT_THAT(run.out, MatchesRegex("quorvane-demo: streaming [^\n]*\nlibBrenn: .*"));
     EXPECT_THAT(run.out, HasSubstr(kNothingLeftOpen));
     EXPECT_EQ(run.lastLine(), "demo finished: 0 B moved, 0 data errors, 1 error statuses");
+}
+
+// The example board that misbehaves on purpose: each stream meets a fault, every status the
+// Host meets is printed with its meaning where it happens and in the summary, the refused
+// release and close are dealt with, and nothing is left open.
+TEST(FlakyBoard, ReportsEveryInjectedStatusWithItsMeaningAndLeavesNothingOpen) {
+    const DemoRun run = runDemo({"--target", BRENN_EXAMPLES_DIR "/flaky-board.target"});
+    EXPECT_EQ(run.exitCode, 1) << run.out << run.err;
+    EXPECT_EQ(run.err, "");
+    struct Met {
+        int32_t code;
+        const char* firstFrom;
+        unsigned count;
+    };
+    for (const Met& met : {Met{-50400, "Quorvane_AcquireFifoReadRegionScalar", 2},
+                           Met{-61003, "Quorvane_AcquireFifoWriteRegionScalar", 2},
+                           Met{-63102, "BrennDll_ReleaseFifoElements", 1}, Met{-61219, "Quorvane_ReadFifoScalar", 1}}) {
+        SCOPED_TRACE(met.code);
+        const std::string meaning = tools::statusMeaning(met.code);
+        EXPECT_THAT(run.out, HasSubstr("\n  error " + std::to_string(met.code) + " from " + met.firstFrom + ": " +
+                                       meaning + "\n"));
+        char head[32];
+        std::snprintf(head, sizeof head, "    %7d  x %-8u ", met.code, met.count);
+        EXPECT_THAT(run.out, HasSubstr("\n" + tools::wrapped(head, meaning)));
+    }
+    EXPECT_THAT(run.out, ContainsRegex(
+                             "\n  the target refused 1 release \\(line [0-9]+\\); the library does not report that\n"));
+    EXPECT_THAT(run.out, HasSubstr("\n  the close failed with -61003; closing the session again\n"));
+    EXPECT_THAT(run.out, HasSubstr("elements unaccounted 65536)"));
+    EXPECT_THAT(run.out, HasSubstr(kNothingLeftOpen));
+    EXPECT_EQ(run.lastLine(), "demo finished: 4.12 MiB moved, 65536 data errors, 6 error statuses");
 }
 
 // ---- refusals before anything is opened --------------------------------------------------
