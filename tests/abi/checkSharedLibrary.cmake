@@ -10,6 +10,8 @@ foreach(expected "Library soname: \\[libQuorvane.so.13\\]" "Shared library: \\[l
     endif()
 endforeach()
 
+include(${CMAKE_CURRENT_LIST_DIR}/exportedNames.cmake)
+
 # The names a file declares, sorted: the last Quorvane_ name in each match of `pattern`.
 function(namesIn text pattern result)
     string(REGEX MATCHALL "${pattern}" matches "${text}")
@@ -29,15 +31,7 @@ file(READ ${HEADER} header)
 namesIn("${header}" "QUORVANE_EXPORT[ \t\r\n]+[A-Za-z0-9_]+[ \t\r\n*]+Quorvane_[A-Za-z0-9_]+[ \t\r\n]*\\(" declared)
 file(READ ${EXPORTS} script)
 namesIn("${script}" "Quorvane_[A-Za-z0-9_]+;" scripted)
-execute_process(COMMAND nm -D --defined-only ${LIBRARY} OUTPUT_VARIABLE defined COMMAND_ERROR_IS_FATAL ANY)
-string(REGEX MATCHALL "[^\n]+" lines "${defined}")
-set(exported "")
-foreach(line IN LISTS lines)
-    string(REGEX REPLACE "^[0-9a-f]* *[A-Za-z] " "" name "${line}")
-    string(REGEX REPLACE "@.*" "" name "${name}")
-    list(APPEND exported ${name})
-endforeach()
-list(SORT exported)
+exportedNames(${LIBRARY} exported)
 
 list(LENGTH declared count)
 if(count EQUAL 0)
