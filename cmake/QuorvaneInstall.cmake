@@ -1,7 +1,8 @@
 # What `cmake --install` puts where, and the packages CPack makes of it. Three components:
 #   runtime      libQuorvane.so.13 (and .13.0.0): what a Host application needs to run
-#   development  the headers, the libQuorvane.so link, the CMake package, quorvane.pc and
-#                quorvane-status: what a Host developer needs to build
+#   development  the headers, the libQuorvane.so link, the CMake package, quorvane.pc,
+#                quorvane-status and quorvane-trace with its forwarding library: what a Host
+#                developer needs to build and debug
 #   simulator    the stand-ins for the FPGA interface library, the device service and the Host
 #                runtime, their headers, the demo and the example target description
 # The stand-ins carry the real libraries' names, so they go to a folder of their own
@@ -26,6 +27,13 @@ if(TARGET quorvane-status-manpage)
     install(FILES ${PROJECT_BINARY_DIR}/tools/quorvane-status.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
         COMPONENT development)
 endif()
+# The forwarding library is named libQuorvane.so.13 in lib/quorvane-trace, where quorvane-trace
+# finds it beside its own folder and the system's loader never looks.
+install(TARGETS quorvane-trace RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT development)
+install(FILES $<TARGET_FILE:quorvane_trace_forwarder> DESTINATION ${QUORVANE_TRACE_LIBDIR} RENAME libQuorvane.so.13
+    PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE
+    COMPONENT development)
+install(FILES tools/trace/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME quorvane-trace.md COMPONENT development)
 install(EXPORT QuorvaneTargets NAMESPACE Quorvane:: DESTINATION ${QUORVANE_CMAKEDIR} COMPONENT development)
 
 configure_package_config_file(cmake/QuorvaneConfig.cmake.in ${PROJECT_BINARY_DIR}/QuorvaneConfig.cmake
@@ -58,6 +66,10 @@ install(FILES platform/brenn/TargetDescription.md platform/brenn/examples/acquis
 # The demo finds the stand-ins and the library beside its own folder, wherever the tree lands.
 set_target_properties(quorvane-demo PROPERTIES INSTALL_RPATH
     "$ORIGIN/../${QUORVANE_SIMULATOR_LIBDIR};$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+# As DT_RPATH rather than DT_RUNPATH: only DT_RPATH also serves the needs of the libraries the
+# demo loads, and libQuorvane, which has no search path of its own, needs libMoskSrv.so.13 from
+# lib/quorvane-simulator (directly, or when quorvane-trace's forwarding library loads it).
+target_link_options(quorvane-demo PRIVATE -Wl,--disable-new-dtags)
 install(TARGETS quorvane-demo RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT simulator)
 
 # ---- packages -------------------------------------------------------------------------------
@@ -77,7 +89,7 @@ set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS runtime)
 set(CPACK_COMPONENT_SIMULATOR_DEPENDS runtime)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "libQuorvane.so.13, for Host applications that use it")
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, CMake package, pkg-config file and quorvane-status")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "Headers, CMake package, pkg-config file, quorvane-status and quorvane-trace")
 set(CPACK_COMPONENT_SIMULATOR_DESCRIPTION
     "A simulated FPGA target, device service and Host runtime, and the demo, for trying the library without hardware")
 include(CPack)

@@ -17,6 +17,7 @@
 #include "progress.h"
 #include "regionStream.h"
 #include "statusLog.h"
+#include "statusText.h"
 #include "summary.h"
 #include "targetPlan.h"
 
@@ -47,6 +48,24 @@ void noteRefusedReleases(uint32_t session, StatusLog& log) {
         std::printf("  the target refused %llu release%s (line %u); the library does not report that\n",
                     static_cast<unsigned long long>(fault.acted), fault.acted == 1 ? "" : "s", fault.line);
         for (uint64_t i = 0; i < fault.acted; ++i) log.note("BrennDll_ReleaseFifoElements", fault.status);
+    }
+}
+
+// The target's fault, stall and drop statements and how often each acted, so a run on a target
+// that misbehaves on purpose shows which misbehaviour led to what. Nothing on a target without
+// them.
+void printInjectedFaults(uint32_t session) {
+    std::vector<BrennSimFaultInfo> faults(BrennSim_DescribeFaults(session, nullptr, 0));
+    faults.resize(BrennSim_DescribeFaults(session, faults.data(), faults.size()));
+    if (faults.empty()) return;
+    std::printf("  injected by the target description (times each acted so far):\n");
+    for (const BrennSimFaultInfo& fault : faults) {
+        char head[48];
+        std::snprintf(head, sizeof head, "    line %-4u x %-5llu ", fault.line,
+                      static_cast<unsigned long long>(fault.acted));
+        std::string text = fault.statement;
+        if (fault.status != 0) text += std::string(": ") + statusMeaning(fault.status);
+        std::fputs(wrapped(head, text).c_str(), stdout);
     }
 }
 
@@ -149,6 +168,7 @@ int main(int argc, char** argv) {
     uint32_t session = 0;
     if (log.note("Quorvane_Open", Quorvane_Open(options.target.c_str(), "", "RIO0", 0, &session)) >= 0) {
         streamed = streamSession(session, options, log, plan, results, unservable);
+        printInjectedFaults(session);
         // Closed before the summary, so that the summary lists what the close answered too.
         closeSession(session, log);
         if (streamed) printSummary(plan, results, log, countDataErrors(plan, results));

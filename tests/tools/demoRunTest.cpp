@@ -171,6 +171,10 @@ TEST(FlakyBoard, ReportsEveryInjectedStatusWithItsMeaningAndLeavesNothingOpen) {
     EXPECT_THAT(run.out, ContainsRegex(
                              "\n  the target refused 1 release \\(line [0-9]+\\); the library does not report that\n"));
     EXPECT_THAT(run.out, HasSubstr("\n  the close failed with -61003; closing the session again\n"));
+    // Each statement of the description is listed with how often it acted before the close.
+    EXPECT_THAT(run.out, ContainsRegex("\n    line [0-9]+ +x 1 +stall fifo 1 after 131072 elements for 250 ms\n"));
+    EXPECT_THAT(run.out, ContainsRegex("\n    line [0-9]+ +x 1 +drop irq 1 after 0\n"));
+    EXPECT_THAT(run.out, ContainsRegex("\n    line [0-9]+ +x 0 +fault BrennDll_WriteU32 register Control"));
     EXPECT_THAT(run.out, HasSubstr("elements unaccounted 65536)"));
     EXPECT_THAT(run.out, HasSubstr(kNothingLeftOpen));
     EXPECT_EQ(run.lastLine(), "demo finished: 4.12 MiB moved, 65536 data errors, 6 error statuses");
