@@ -263,8 +263,8 @@ QUORVANE_EXPORT int32_t Quorvane_GetResources(uint32_t session, void** stringArr
 /* Hands the names in the Host's array of strings to the FPGA interface library and returns its
  * answer unchanged. The handle goes on unchanged, refused bit or not; arg3 and arg4 too. The
  * names are copied, each with a NUL after it, for the length of the call only. A null array
- * handle or block, a null element handle or element block, or a negative string length gives
- * -52005: nothing is passed on and everything is released. */
+ * handle or block, a negative dimension size, a null element handle or element block, or a
+ * negative string length gives -52005: nothing is passed on and everything is released. */
 QUORVANE_EXPORT int32_t Quorvane_AddResources(uint32_t session, void** stringArray, const void* arg3,
                                               const void* arg4) QUORVANE_NOEXCEPT;
 /* Returns the index the FPGA interface library gives the resource `name`, or 0xFFFFFFFF when it

@@ -41,6 +41,12 @@ int32_t writeRegister(uint32_t session, uint32_t reg, T value) {
 constexpr uint32_t kArrayElementBytes = 4;
 
 bool allowsArray(const Session& open, uint32_t reg, size_t count) {
+    // An array that runs past the 32-bit register space (a negative Host count widened with its
+    // sign, say) is refused at once rather than checked address by address.
+    if (count > (uint64_t{1} << 32) / kArrayElementBytes ||
+        reg + uint64_t{count} * kArrayElementBytes > (uint64_t{1} << 32)) {
+        return false;
+    }
     for (size_t i = 0; i < count; ++i) {
         if (!open.target->allowsAccess(static_cast<uint32_t>(reg + i * kArrayElementBytes), kArrayElementBytes)) {
             return false;

@@ -83,8 +83,12 @@ extern "C" int32_t Quorvane_AddResources(uint32_t session, void** stringArray, c
     if (arrayBlock == nullptr) return kStatusInvalidArgument;
 
     tStatus status;
-    uint32_t count;
-    std::memcpy(&count, arrayBlock, sizeof count);
+    // A negative dimension size is no array a Host can make. Read as an unsigned count it would
+    // ask for gigabytes of pointers and then read billions of elements past the Host's block,
+    // so it is refused like a negative string length.
+    const int32_t dimension = readHostCount(stringArray);
+    if (dimension < 0) return kStatusInvalidArgument;
+    const auto count = static_cast<uint32_t>(dimension);
 
     const char** pointers = nullptr;  // stays null for an empty array
     if (count != 0) {
