@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <atomic>
 #include <bit>
+#include <cstdint>
 #include <cstring>
 
 #include "BrennDll.h"
@@ -325,6 +326,9 @@ int32_t SimFifo::read(void* data, ElementShape shape, size_t elements, uint32_t 
 }
 
 int32_t SimFifo::write(const void* data, ElementShape shape, size_t elements, uint32_t timeout, size_t* remaining) {
+    // No Host array holds more than INT32_MAX elements: a larger count (a negative Host count
+    // widened with its sign) names data that does not exist, and is refused before any is read.
+    if (elements > static_cast<size_t>(INT32_MAX)) return kBrennSimInvalidArgument;
     Deadline deadline(timeout);
     Lock lock(mutex_);
     int32_t status = establish(FifoDirection::HostToTarget, shape);

@@ -52,7 +52,8 @@ FuzzedArray FuzzedArray::strings(FuzzedBytes& in) {
     const uint32_t capacity = in.below(kMostStrings + 1);
     std::vector<std::string> names;
     std::vector<const char*> pointers;
-    for (uint32_t i = 0; i < capacity; ++i) names.push_back(in.characters(12));
+    // The simulated Host makes strings from C strings: a name ends at its first NUL.
+    for (uint32_t i = 0; i < capacity; ++i) names.push_back(in.characters(12).c_str());
     for (const std::string& name : names) pointers.push_back(name.c_str());
     array.real_ = HostSim_NewStringArray(pointers.data(), capacity);
     for (uint32_t i = 0; i < capacity; ++i) {
