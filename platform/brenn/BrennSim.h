@@ -136,6 +136,11 @@ void BrennSim_ScriptStatus(const char* function, int32_t status);
 
 /* Number of answers queued for `function` and not yet taken; for every function when null. */
 size_t BrennSim_ScriptsPending(const char* function);
+/* The `nth` BrennDll_ call from now on that no script answers (any function) answers `status`
+ * without doing anything, and with `always` non-zero every later one too; nth 0 clears the
+ * plan. BrennSim_PlannedFailures tells how many calls it answered so far. */
+void BrennSim_FailFrom(size_t nth, int32_t status, int always);
+size_t BrennSim_PlannedFailures(void);
 
 /* Holds, for tests that need a call to stand still at a known point. The next call of
  * `function` waits, before it takes a scripted answer or does any work, until

@@ -36,6 +36,17 @@ void BrennSim_ScriptStatus(const char* function, int32_t status) {
     BrennSim_Script(function, &answer);
 }
 
+void BrennSim_FailFrom(size_t nth, int32_t status, int always) {
+    guarded(0, [&] {
+        Target::instance().planFailure(nth, status, always != 0);
+        return 0;
+    });
+}
+
+size_t BrennSim_PlannedFailures(void) {
+    return guarded(size_t{0}, [&] { return Target::instance().plannedFailures(); });
+}
+
 size_t BrennSim_ScriptsPending(const char* function) {
     return guarded(size_t{0}, [&] { return Target::instance().scriptsPending(function); });
 }

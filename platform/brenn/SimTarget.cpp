@@ -120,7 +120,14 @@ void Target::script(const char* function, const BrennSimAnswer& answer) {
 bool Target::takeAnswer(const char* function, BrennSimAnswer& answer) {
     std::lock_guard lock(mutex_);
     auto queue = scripts_.find(function);
-    if (queue == scripts_.end() || queue->second.empty()) return false;
+    if (queue == scripts_.end() || queue->second.empty()) {
+        const auto planned = planned_.next();
+        if (!planned) return false;
+        answer = BrennSimAnswer{};
+        answer.status = *planned;
+        answer.mode = kBrennSimReplace;
+        return true;
+    }
     answer = queue->second.front();
     queue->second.pop_front();
     return true;
@@ -193,6 +200,7 @@ void Target::reset() {
     }
     std::lock_guard lock(mutex_);
     state_ = TargetState{};
+    planned_.set(0, 0, false);
     resetTotalFifoStats();
     scripts_.clear();
     log_.clear();

@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "BrennSim.h"
+#include "CallFailurePlan.h"
 #include "SimFaults.h"
 #include "SimFifo.h"
 #include "SimRegisterSpace.h"
@@ -122,8 +123,17 @@ public:
     void pauseIfHeld(const char* function);
 
     void script(const char* function, const BrennSimAnswer& answer);
-    // Takes the oldest answer queued for `function`; false when there is none.
+    // Takes the oldest answer queued for `function`, or else the planned failure when this call
+    // is the one planned; false when there is neither.
     bool takeAnswer(const char* function, BrennSimAnswer& answer);
+    void planFailure(size_t nth, int32_t status, bool always) {
+        std::lock_guard lock(mutex_);
+        planned_.set(nth, status, always);
+    }
+    size_t plannedFailures() {
+        std::lock_guard lock(mutex_);
+        return planned_.fired();
+    }
     size_t scriptsPending(const char* function);
 
     void record(const char* function, const CallArgs& args, int32_t result) noexcept;
@@ -151,6 +161,7 @@ private:
     std::unordered_map<std::string, Hold> holds_;
     std::atomic<size_t> holdsPending_{0};  // lets calls skip the hold mutex when nothing is held
     std::unordered_map<std::string, std::deque<BrennSimAnswer>> scripts_;
+    CallFailurePlan planned_;  // counts the calls no script answers
     std::vector<BrennSimCall> log_;
     size_t totalCalls_ = 0;
     std::unordered_map<std::string, size_t> callsByFunction_;

@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 
+#include "CallFailurePlan.h"
 #include "HostInternal.h"
 #include "HostSim.h"
 
@@ -19,6 +20,7 @@ constexpr std::array<const char*, kHostFunctionCount> kFunctionNames = {"Numeric
 struct Control {
     std::mutex mutex;
     std::array<std::deque<int32_t>, kHostFunctionCount> injected;
+    std::array<CallFailurePlan, kHostFunctionCount> planned;
     size_t programStopRefusals = 0;
     std::array<size_t, kHostFunctionCount> calls{};
     std::map<int32_t, size_t> cleanupModeCalls;
@@ -67,7 +69,7 @@ void noteResizeTypeCode(int32_t typeCode) noexcept {
 std::optional<int32_t> takeInjectedAnswer(HostFunction function) noexcept {
     std::lock_guard lock(control().mutex);
     auto& queue = control().injected[indexOf(function)];
-    if (queue.empty()) return std::nullopt;
+    if (queue.empty()) return control().planned[indexOf(function)].next();
     const int32_t code = queue.front();
     queue.pop_front();
     return code;
@@ -101,6 +103,20 @@ extern "C" void HostSim_FailNext(const char* function, int32_t code) {
     }
 }
 
+extern "C" void HostSim_FailFrom(const char* function, size_t nth, int32_t code, int always) {
+    const auto which = hostsim::functionNamed(function);
+    if (!which) hostsim::misuse("HostSim_FailFrom names no Host function");
+    std::lock_guard lock(control().mutex);
+    control().planned[hostsim::indexOf(*which)].set(nth, code, always != 0);
+}
+
+extern "C" size_t HostSim_PlannedFailures(const char* function) {
+    const auto which = hostsim::functionNamed(function);
+    if (!which) return 0;
+    std::lock_guard lock(control().mutex);
+    return control().planned[hostsim::indexOf(*which)].fired();
+}
+
 extern "C" void HostSim_RefuseNextProgramStopRegistration(void) {
     std::lock_guard lock(control().mutex);
     ++control().programStopRefusals;
@@ -128,6 +144,7 @@ extern "C" void HostSim_Reset(void) {
     hostsim::forgetCleanupRegistrations();
     std::lock_guard lock(control().mutex);
     for (auto& queue : control().injected) queue.clear();
+    for (auto& plan : control().planned) plan.set(0, 0, false);
     control().programStopRefusals = 0;
     control().calls.fill(0);
     control().cleanupModeCalls.clear();

@@ -37,6 +37,12 @@ size_t HostSim_LiveHandleCount(void);
  * pointer is null. For RTSetCleanupProc in mode 2, code is what the call answers (0: refused).
  * Injections queue in order per function. */
 void HostSim_FailNext(const char* function, int32_t code);
+/* The `nth` call of `function` from now on (counting the calls that an injection could answer:
+ * registrations, not removals, for RTSetCleanupProc) answers `code` as HostSim_FailNext does,
+ * and with `always` non-zero every later one too, after the answers queued by HostSim_FailNext;
+ * nth 0 clears the plan. HostSim_PlannedFailures tells how many calls it answered so far. */
+void HostSim_FailFrom(const char* function, size_t nth, int32_t code, int always);
+size_t HostSim_PlannedFailures(const char* function);
 /* The next mode-2 registration answers 0 (refused) and registers nothing. */
 void HostSim_RefuseNextProgramStopRegistration(void);
 

@@ -3,6 +3,7 @@
 #include <map>
 #include <mutex>
 
+#include "CallFailurePlan.h"
 #include "MoskSrv.h"
 #include "MoskSrvSim.h"
 
@@ -18,6 +19,7 @@ struct Service {
     std::mutex mutex;
     std::map<uint32_t, uint32_t> ownerOfLine;
     std::deque<int32_t> injectedReports;
+    CallFailurePlan planned;
     size_t calls = 0;
     Call lastCall{};
 };
@@ -66,6 +68,8 @@ extern "C" int32_t MoskSrv_device_set32(uint32_t device, uint32_t attribute, uin
         if (!s.injectedReports.empty()) {
             reported = s.injectedReports.front();
             s.injectedReports.pop_front();
+        } else if (const auto planned = s.planned.next()) {
+            reported = *planned;
         } else {
             reported = apply(s, device, attribute, value);
         }
@@ -78,6 +82,7 @@ extern "C" void MoskSrvSim_Reset(void) {
     std::lock_guard lock(service().mutex);
     service().ownerOfLine.clear();
     service().injectedReports.clear();
+    service().planned.set(0, 0, false);
     service().calls = 0;
     service().lastCall = {};
 }
@@ -102,6 +107,16 @@ extern "C" int MoskSrvSim_IsLineReserved(uint32_t line, uint32_t* device) {
 extern "C" size_t MoskSrvSim_ReservedLineCount(void) {
     std::lock_guard lock(service().mutex);
     return service().ownerOfLine.size();
+}
+
+extern "C" void MoskSrvSim_FailFrom(size_t nth, int32_t code, int always) {
+    std::lock_guard lock(service().mutex);
+    service().planned.set(nth, code, always != 0);
+}
+
+extern "C" size_t MoskSrvSim_PlannedFailures(void) {
+    std::lock_guard lock(service().mutex);
+    return service().planned.fired();
 }
 
 extern "C" size_t MoskSrvSim_CallCount(void) {

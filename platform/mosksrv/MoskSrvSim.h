@@ -19,6 +19,12 @@ void MoskSrvSim_Reset(void);
  * any report is). Injections queue in order. */
 void MoskSrvSim_ReportNext(int32_t code);
 
+/* The `nth` MoskSrv_device_set32 call from now on, after the queued reports, reports `code`
+ * the same way, and with `always` non-zero every later one too; nth 0 clears the plan.
+ * MoskSrvSim_PlannedFailures tells how many calls it answered so far. */
+void MoskSrvSim_FailFrom(size_t nth, int32_t code, int always);
+size_t MoskSrvSim_PlannedFailures(void);
+
 /* 1 when `line` is reserved, with the reserving device written to *device (may be null). */
 int MoskSrvSim_IsLineReserved(uint32_t line, uint32_t* device);
 size_t MoskSrvSim_ReservedLineCount(void);

@@ -1,0 +1,248 @@
+// The fault loop: every scenario runs again and again with one failure injected at the Nth
+// allocation, the Nth call of a Host function (with each of the Host's answers) or the Nth call
+// into the FPGA interface library or the device service, for N = 1, 2, ... until a run completes
+// without reaching it, once failing only the Nth (transient) and once the Nth and every later
+// one (persistent). After each run, with nothing injected any more, the Host cleans up as a
+// careful Host does, and then:
+//   - every status the library returned is one it documents or one the platform gave it;
+//   - every session closes: none is left open on the target or registered in the library;
+//   - each handle reached a successful BrennDll_Close exactly once, and no close reached the
+//     target for a handle that was not open;
+//   - every acquired element went back, in order and never twice (unless the release itself
+//     was the call made to fail, which keeps its elements lent);
+//   - no Host handle, Host reference or block of the library's own is left.
+// Each run has a process of its own (see runIsolated). At the end it prints which steps each injection reached with
+// which call, and which of the functions the library imports no scenario made fail.
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include "BrennSim.h"
+#include "HostSim.h"
+#include "Quorvane.h"
+#include "QuorvaneStatus.h"
+#include "faultInjection.h"
+#include "faultScenarios.h"
+#include "quarks/memory.h"
+#include "support/simulatedPlatform.h"
+
+namespace quorvane::testing {
+namespace {
+
+constexpr size_t kMostOccasions = 400;  // a scenario reaching more is a runaway loop
+
+bool documentedOrPassedOn(int32_t status) {
+#define QUORVANE_FAULT_LISTED(name, value, meaning) status == (value) ||
+    return QUORVANE_STATUS_LIST(QUORVANE_FAULT_LISTED) status >= 0 || status <= -60000;
+#undef QUORVANE_FAULT_LISTED
+}
+
+// Deletes what the Host still holds, then closes every session, children first, closing again
+// while the target still has it open (a close the library could not complete leaves the handle
+// with the Host).
+void cleanUp(ScenarioRun& run) {
+    for (uint32_t reference : run.references) HostSim_DeleteReference(reference);
+    std::vector<uint32_t> sessions = run.orphans;
+    sessions.insert(sessions.end(), run.sessions.begin(), run.sessions.end());
+    for (auto session = sessions.rbegin(); session != sessions.rend(); ++session) {
+        for (int attempt = 0; attempt < 3 && BrennSim_IsSessionOpen(*session); ++attempt) Quorvane_Close(*session, 0);
+    }
+    for (void** array : run.arrays) HostSim_DisposeHandle(array);
+    for (void** array : run.stringArrays) HostSim_DisposeStringArray(array);
+}
+
+struct Reached {
+    std::map<std::string, std::set<std::string>> sites;  // injection -> "step: callee"
+    std::set<std::string> callees;
+};
+
+// One run: returns whether the injection was reached; records the site it hit.
+bool runOnce(const Scenario& scenario, const Injection& injection, size_t nth, bool persistent, Reached& reached) {
+    BrennSim_Reset();
+    HostSim_Reset();
+    MoskSrvSim_Reset();
+    BrennSim_ReuseHandles(1);
+    const uint64_t blocksBefore = heap::liveBlocks();
+    const size_t handlesBefore = HostSim_LiveHandleCount();
+
+    ScenarioRun run;
+    size_t failuresBefore = 0;
+    uint64_t allocationsBefore = 0;
+    run.beforeStep = [&](const char*) {
+        failuresBefore = failuresCaused(injection);
+        allocationsBefore = allocationCount();
+    };
+    run.afterStep = [&](const char* step) {
+        if (failuresBefore == 0 && failuresCaused(injection) != 0) {
+            const std::string callee = failedCallee(injection, nth, allocationsBefore);
+            reached.sites[injection.name()].insert(std::string(step) + ": " + callee);
+            reached.callees.insert(injection.kind == Injection::Kind::Allocation ? "allocation" : callee);
+        }
+    };
+    arm(injection, nth, persistent);
+    scenario.run(run);
+    const size_t failures = failuresCaused(injection);
+    const bool hit = failures != 0;
+    disarm();
+    cleanUp(run);
+
+    std::ostringstream where;
+    where << scenario.name << ", " << injection.name() << " at " << nth << (persistent ? " and after" : " only");
+    SCOPED_TRACE(where.str());
+    for (const ScenarioRun::Noted& noted : run.statuses) {
+        EXPECT_TRUE(documentedOrPassedOn(noted.status)) << noted.step << " returned " << noted.status;
+    }
+    EXPECT_EQ(BrennSim_OpenSessionCount(), 0u);
+    EXPECT_EQ(registeredSessionCount(), 0u);
+    BrennSimSessionStats sessions{};
+    BrennSim_GetSessionStats(&sessions);
+    EXPECT_EQ(sessions.closed, sessions.opened);
+    EXPECT_EQ(sessions.closesNotOpen, 0u);
+    BrennSimFifoStats fifos{};
+    BrennSim_GetTotalFifoStats(&fifos);
+    EXPECT_EQ(fifos.outOfOrderReleases, 0u);
+    EXPECT_EQ(fifos.excessReleases, 0u);
+    // Elements stay lent, as documented, when the driver refused their release (the failing
+    // call was the release) or when an acquisition the driver granted could not be queued or got
+    // no Host reference (-52000, -50405, -52003): the library then has no region to hand back.
+    bool elementsMayStay = injection.kind == Injection::Kind::Driver;
+    for (const ScenarioRun::Noted& noted : run.statuses) {
+        const bool hostOrMemory = noted.status == kQuorvaneStatusMemoryFull || noted.status == kQuorvaneStatusAborted ||
+                                  noted.status == kQuorvaneStatusInternalError;
+        elementsMayStay |= noted.step.rfind("Quorvane_Acquire", 0) == 0 && hostOrMemory;
+    }
+    if (!elementsMayStay) EXPECT_EQ(fifos.elementsReleased, fifos.elementsAcquired);
+    EXPECT_EQ(HostSim_LiveReferenceCount(), 0u);
+    // A handle without a block that DSNewHandle hands out can only be dropped: the Host gives
+    // the library no function to dispose of handles.
+    const bool blocklessHandles = injection.kind == Injection::Kind::Host &&
+                                  std::string(injection.function) == "DSNewHandle" && injection.code != 0;
+    EXPECT_EQ(HostSim_LiveHandleCount(), handlesBefore + (blocklessHandles ? failures : 0));
+    EXPECT_EQ(heap::liveBlocks(), blocksBefore);
+    if (::testing::Test::HasFailure()) {
+        // What the Host saw and what reached the target, to tell the story of the broken run.
+        std::string story = "steps:";
+        for (const ScenarioRun::Noted& noted : run.statuses)
+            story += " " + noted.step + "=" + std::to_string(noted.status);
+        story += "\ntarget calls:";
+        for (size_t i = 0; i < BrennSim_CallCount(); ++i) {
+            BrennSimCall call{};
+            if (BrennSim_GetCall(i, &call))
+                story += " " + std::string(call.function) + "(" + std::to_string(call.args[0]) +
+                         ")=" + std::to_string(call.result);
+        }
+        ADD_FAILURE() << story;
+    }
+    return hit;
+}
+
+// The functions the library calls that a failure can be injected into: allocations, and every
+// function of the Host, the FPGA interface library and the device service that the built
+// library imports.
+std::set<std::string> injectableCallees() {
+    std::set<std::string> all{"allocation"};
+    std::FILE* listing = popen("nm -D --undefined-only " QUORVANE_LIBRARY_FILE, "r");
+    if (listing == nullptr) return all;
+    char line[512];
+    const std::regex platformFunction("(BrennDll_|MoskSrv_|NumericArrayResize|DSNewHandle|RTSetCleanupProc|EDVR_)\\w*");
+    while (std::fgets(line, sizeof line, listing) != nullptr) {
+        std::cmatch found;
+        if (std::regex_search(line, found, platformFunction)) all.insert(found.str());
+    }
+    pclose(listing);
+    return all;
+}
+
+// Runs one run in a child process of its own, as the library meets a failure in a fresh
+// process: a container's allocation failure stays raised for the life of the process, and
+// would end every later open of a run in the same one. A crash ends only the child, and is
+// reported with the run it ended. Answers whether the injection was reached.
+bool runIsolated(const Scenario& scenario, const Injection& injection, size_t nth, bool persistent, Reached& reached) {
+    int channel[2];
+    if (pipe(channel) != 0) {
+        ADD_FAILURE() << "no pipe";
+        return false;
+    }
+    std::fflush(nullptr);
+    const pid_t child = fork();
+    if (child == 0) {
+        close(channel[0]);
+        Reached own;
+        const bool hit = runOnce(scenario, injection, nth, persistent, own);
+        std::string report = hit ? "hit\n" : "missed\n";
+        for (const auto& [name, sites] : own.sites) {
+            for (const std::string& site : sites) report += "site\t" + name + "\t" + site + "\n";
+        }
+        for (const std::string& callee : own.callees) report += "callee\t" + callee + "\n";
+        for (size_t done = 0; done < report.size();) {
+            const ssize_t wrote = write(channel[1], report.data() + done, report.size() - done);
+            if (wrote <= 0) break;
+            done += static_cast<size_t>(wrote);
+        }
+        std::fflush(nullptr);
+        _exit(::testing::Test::HasFailure() ? 1 : 0);
+    }
+    close(channel[1]);
+    std::string report;
+    char buffer[4096];
+    for (ssize_t got; (got = read(channel[0], buffer, sizeof buffer)) > 0;)
+        report.append(buffer, static_cast<size_t>(got));
+    close(channel[0]);
+    int outcome = 0;
+    waitpid(child, &outcome, 0);
+    if (!WIFEXITED(outcome) || WEXITSTATUS(outcome) != 0) {
+        ADD_FAILURE() << scenario.name << ", " << injection.name() << " at " << nth
+                      << (persistent ? " and after" : " only") << ": the run failed (its report is above)"
+                      << (WIFSIGNALED(outcome) ? ", ended by signal " + std::to_string(WTERMSIG(outcome)) : "");
+    }
+    std::istringstream lines(report);
+    std::string line;
+    std::getline(lines, line);
+    const bool hit = line == "hit";
+    while (std::getline(lines, line)) {
+        const size_t tab = line.find('\t');
+        if (line.rfind("callee\t", 0) == 0) reached.callees.insert(line.substr(tab + 1));
+        if (line.rfind("site\t", 0) == 0) {
+            const size_t second = line.find('\t', tab + 1);
+            reached.sites[line.substr(tab + 1, second - tab - 1)].insert(line.substr(second + 1));
+        }
+    }
+    return hit;
+}
+
+TEST(FaultLoop, EveryScenarioSurvivesEveryInjectedFailureAtEveryPlace) {
+    Reached reached;
+    size_t runs = 0;
+    for (const Scenario& scenario : allScenarios()) {
+        for (const Injection& injection : allInjections()) {
+            for (bool persistent : {false, true}) {
+                size_t nth = 1;
+                for (; nth <= kMostOccasions; ++nth) {
+                    ++runs;
+                    if (!runIsolated(scenario, injection, nth, persistent, reached)) break;
+                    if (::testing::Test::HasFailure()) return;  // the first broken run tells enough
+                }
+                EXPECT_LE(nth, kMostOccasions) << scenario.name << " never completes under " << injection.name();
+            }
+        }
+    }
+    std::printf("fault loop: %zu runs\n", runs);
+    for (const auto& [injection, sites] : reached.sites) {
+        std::printf("  %s reached %zu sites:\n", injection.c_str(), sites.size());
+        for (const std::string& site : sites) std::printf("    %s\n", site.c_str());
+    }
+    const std::set<std::string> callees = injectableCallees();
+    EXPECT_GT(callees.size(), 40u) << "the library's imports could not be listed";
+    for (const std::string& callee : callees) {
+        EXPECT_TRUE(reached.callees.count(callee)) << "no scenario makes " << callee << " fail";
+    }
+}
+
+}  // namespace
+}  // namespace quorvane::testing
