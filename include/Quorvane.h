@@ -100,8 +100,9 @@ typedef enum QuorvaneElementType {
  * Returns the open's error, nothing being open; a later failure (a reserve's error, -52000,
  * -52003 when the Host refuses the cleanup) after closing the session again; else 0 or the
  * open's warning. Should that close fail as well, the session stays open on the target and
- * *session keeps its handle: only the Host can close it now, with Quorvane_Close. If the library could not create its registry lock at load (-52003, -52008),
- * or its registry once ran out of memory (-52000), every open fails so and opens nothing. */
+ * *session keeps its handle: only the Host can close it now, with Quorvane_Close. If the
+ * library could not create its registry lock at load (-52003, -52008), or its registry once ran
+ * out of memory (-52000), every open fails so and opens nothing. */
 QUORVANE_EXPORT int32_t Quorvane_Open(const char* bitfile, const char* signature, const char* resource,
                                       uint32_t attribute, uint32_t* session) QUORVANE_NOEXCEPT;
 /* Closes a session, and its resource sessions with it (attribute 1); the attribute goes
