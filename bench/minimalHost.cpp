@@ -14,7 +14,8 @@
 
 namespace {
 
-alignas(64) thread_local unsigned char tRecord[kHostEdvrRecordSize];
+// Initial-exec: a general-dynamic access would call into the dynamic linker on every use.
+alignas(64) thread_local unsigned char tRecord[kHostEdvrRecordSize] __attribute__((tls_model("initial-exec")));
 
 }  // namespace
 

@@ -78,6 +78,10 @@ void tMutex::lock() noexcept NO_THREAD_SAFETY_ANALYSIS {
     pthread_mutex_lock(&mutex_);
 }
 
+bool tMutex::tryLock() noexcept NO_THREAD_SAFETY_ANALYSIS {
+    return pthread_mutex_trylock(&mutex_) == 0;
+}
+
 void tMutex::unlock() noexcept NO_THREAD_SAFETY_ANALYSIS {
     pthread_mutex_unlock(&mutex_);
 }
@@ -133,6 +137,13 @@ void tEvent::wait() noexcept {
         if (pthread_cond_wait(&condition_, &guard_.mutex_) != 0) break;
     }
     if (autoReset_) signalled_ = false;
+}
+
+bool tEvent::tryConsume() noexcept {
+    tMutexGuard hold(guard_);
+    if (!signalled_) return false;
+    if (autoReset_) signalled_ = false;
+    return true;
 }
 
 tEvent::tWaitResult tEvent::waitFor(uint32_t milliseconds, tStatus& status) noexcept {
@@ -205,6 +216,14 @@ void tReaderWriterLock::acquireShared() noexcept NO_THREAD_SAFETY_ANALYSIS {
         }
         writerGone_.wait();
     }
+}
+
+bool tReaderWriterLock::tryAcquireShared() noexcept NO_THREAD_SAFETY_ANALYSIS {
+    readerCount_.fetch_add(1, std::memory_order_seq_cst);
+    if (writerActive_.load(std::memory_order_seq_cst) == 0) return true;
+    tMutexGuard gate(gateMutex_);
+    leaveReaderCount();
+    return false;
 }
 
 void tReaderWriterLock::releaseShared() noexcept NO_THREAD_SAFETY_ANALYSIS {

@@ -44,6 +44,8 @@ public:
     tMutex& operator=(const tMutex&) = delete;
 
     void lock() noexcept ACQUIRE();
+    // Locks only when that needs no wait: true with the mutex held, false holding nothing.
+    bool tryLock() noexcept TRY_ACQUIRE(true);
     void unlock() noexcept RELEASE();
     bool initialised() const noexcept { return initialised_; }
 
@@ -62,6 +64,14 @@ private:
 class SCOPED_CAPABILITY tMutexGuard {
 public:
     explicit tMutexGuard(tMutex& mutex) noexcept ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+    // Calls beforeWaiting() first when the mutex cannot be had at once.
+    template <class BeforeWaiting>
+    tMutexGuard(tMutex& mutex, BeforeWaiting&& beforeWaiting) noexcept ACQUIRE(mutex) : mutex_(mutex) {
+        if (!mutex_.tryLock()) {
+            beforeWaiting();
+            mutex_.lock();
+        }
+    }
     ~tMutexGuard() RELEASE() { mutex_.unlock(); }
     tMutexGuard(const tMutexGuard&) = delete;
     tMutexGuard& operator=(const tMutexGuard&) = delete;
@@ -86,6 +96,11 @@ public:
     // Waits without limit until signalled. A failing condition wait ends the wait as though
     // the event had been signalled.
     void wait() noexcept;
+
+    // True when the event was signalled, consumed then if auto-reset; never waits. What
+    // waitFor does when it finds the event signalled, for callers that would otherwise have to
+    // compute a time limit or a status record they then do not use.
+    bool tryConsume() noexcept;
 
     enum class tWaitResult { signalled, timedOut, failed };
     // Waits at most `milliseconds`. A time-out records -52007 into `status`: at line 2248 when
@@ -136,6 +151,9 @@ public:
     tReaderWriterLock& operator=(const tReaderWriterLock&) = delete;
 
     void acquireShared() noexcept ACQUIRE_SHARED();
+    // One attempt that never waits: true holding the lock shared, false holding nothing when a
+    // writer holds or waits for the lock.
+    bool tryAcquireShared() noexcept TRY_ACQUIRE_SHARED(true);
     void releaseShared() noexcept RELEASE_SHARED();
     void acquireExclusive() noexcept ACQUIRE();
     void releaseExclusive() noexcept RELEASE();
@@ -162,6 +180,14 @@ class SCOPED_CAPABILITY tSharedLock {
 public:
     explicit tSharedLock(tReaderWriterLock& lock) noexcept ACQUIRE_SHARED(lock) : lock_(&lock) {
         lock_->acquireShared();
+    }
+    // Calls beforeWaiting() first when the lock cannot be had at once.
+    template <class BeforeWaiting>
+    tSharedLock(tReaderWriterLock& lock, BeforeWaiting&& beforeWaiting) noexcept ACQUIRE_SHARED(lock) : lock_(&lock) {
+        if (!lock_->tryAcquireShared()) {
+            beforeWaiting();
+            lock_->acquireShared();
+        }
     }
     ~tSharedLock() RELEASE() {
         if (lock_ != nullptr) lock_->releaseShared();
