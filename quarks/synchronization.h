@@ -201,10 +201,12 @@ public:
 
 private:
     // One reader count on a cache line of its own. Padded rather than aligned, so that the lock
-    // needs no more than the allocator's alignment: the counts lie a line apart either way.
+    // needs no more than the allocator's alignment: the padding comes first, so the first count
+    // lies a whole line after writerActive, which every reader loads, and every count a line
+    // after the one before.
     struct tReaderSlot {
-        std::atomic<int32_t> count{0};
         char padding[64 - sizeof(std::atomic<int32_t>)];
+        std::atomic<int32_t> count{0};
     };
 
     // The slot of the calling thread.
@@ -229,6 +231,8 @@ private:
     tEvent writerGone_;
     std::atomic<int32_t> writerActive_{0};
     tReaderSlot slots_[kReaderSlots];
+    // Keeps whatever follows the lock off the last count's line.
+    [[maybe_unused]] char trailingPadding_[64 - sizeof(std::atomic<int32_t>)];
 };
 
 // Holds a reader/writer lock shared from construction until destruction, or until unlock()
