@@ -118,8 +118,9 @@ private:
     // The time-out counts from its start, read from the clock before the first step that may
     // wait for another thread: the registry lock while a writer holds it, acquireMutex while
     // another acquisition holds it, regionEvent while it is not signalled. Until then the
-    // acquisition has only done its own bookkeeping, a few hundred nanoseconds, which the time-out's
-    // whole milliseconds do not see; so when nothing waited, the library gets the whole time-out
+    // acquisition has only done bookkeeping, its own or, on the record's lock, another thread's
+    // creation of a FIFO state: a few hundred nanoseconds, which the time-out's whole
+    // milliseconds do not see. So when nothing waited, the library gets the whole time-out
     // without any clock read. Two reads of a clock that costs about 40 ns on a virtual machine
     // were a third of a region cycle (bench/regionCostBench.cpp).
     void startTimeout() noexcept {
