@@ -1,22 +1,24 @@
 /*
  * The library's reader/writer lock (tReaderWriterLock): two mutexes, two manual-reset events,
- * an atomic reader count and an atomic writer flag, with readers that back off while a writer
- * is draining or inside.
+ * reader counts spread over slots and an atomic writer flag, with readers that back off while a
+ * writer is draining or inside.
  *
- * Granularity: every atomic read-modify-write of readerCount or writerActive is one step, and
- * every load or store is its own step. An event is its `signalled` flag; its guard mutex makes
- * set, reset and the test inside wait each indivisible, so each is one step here, and a wait
- * that finds the flag clear blocks until some set makes it true (`drained == 1` as a guard). The
- * condition variable's wake-ups, spurious or not, only re-test the flag, which the guard models.
+ * Granularity: every atomic read-modify-write of a slot and every load or store of a slot or of
+ * writerActive is one step; the writer's and the readers' sums read the slots one at a time, as
+ * the code does. An event is its `signalled` flag; its guard mutex makes set, reset and the test
+ * inside wait each indivisible, so each is one step here, and a wait that finds the flag clear
+ * blocks until some set makes it true (`drained == 1` as a guard). The condition variable's
+ * wake-ups, spurious or not, only re-test the flag, which the guard models.
  *
- * The last reader to leave during a drain (fetch_sub saw 1) takes gateMutex and sets
- * readersDrained only if readerCount is still 0. Two readers can both take the count from 1 to
- * 0 in one drain (the second one arrived and backed off in between); the slower one's set must
- * not land after the writer's release has reset the event, or the next writer walks in on a
- * reader. Under gateMutex the re-check either sees the count raised by that release, or runs
- * before the release begins.
+ * Readers share slots (reader i counts in slot i % SLOTS), as threads beyond the number of slots
+ * do in the code. A reader that leaves, or backs off, while writerActive is raised takes
+ * gateMutex and sets readersDrained only if writerActive is still raised and the slots sum to 0.
+ * Two readers can both find the slots empty in one drain (the second one arrived and backed off
+ * in between); the slower one's set must not land after the writer's release has reset the
+ * event, or the next writer walks in on a reader. Under gateMutex the re-check either sees
+ * writerActive lowered by that release, or runs before the release begins.
  *
- * Proved, for READERS readers and 2 writers, each looping for ever:
+ * Proved, for READERS readers in SLOTS slots and 2 writers, each looping for ever:
  *   - exclusion: a writer is inside alone; a reader is inside only while no writer is
  *     (assertions on entry);
  *   - no deadlock (invalid end states, -DSAFETY run);
@@ -29,8 +31,11 @@
 #ifndef READERS
 #define READERS 3
 #endif
+#ifndef SLOTS
+#define SLOTS 2
+#endif
 
-byte readerCount = 1;           /* starts at 1: the count a writer takes away */
+byte slot[SLOTS];               /* readers counted, per slot */
 bit writerActive = 0;
 byte writerMutex = 0, gateMutex = 0;   /* owner's pid + 1, 0 when free */
 bit drained = 0;                /* readersDrained: manual reset, created not signalled */
@@ -40,33 +45,34 @@ bit wait0, wait1, in0, in1;     /* ghosts: writer 0/1 holds writerMutex, is insi
 
 #define lock(m)   atomic { m == 0 -> m = _pid + 1 }
 #define unlock(m) d_step { assert(m == _pid + 1); m = 0 }
+#define mine      slot[_pid % SLOTS]
 
-/* Takes one count away; the reader that takes the last one tells the draining writer.
- * `held`: the caller already holds gateMutex (the mutex is recursive). */
-inline leaveReaderCount(held) {
-  d_step { last = (readerCount == 1); readerCount-- };
+/* The readers counted, one slot load at a time, into the caller's `sum`. */
+inline sumSlots() {
+  d_step { sum = 0; k = 0 };
+  do
+  :: k < SLOTS -> d_step { sum = sum + slot[k]; k++ }
+  :: else -> break
+  od
+}
+
+/* setDrainedIfEmpty: called with gateMutex held (but for RECHECK_UNGATED). */
+inline setDrainedIfEmpty() {
   if
-  :: last ->
-     last = 0;
-#if defined(UNCHECKED_LAST_SET)
-     drained = 1
-#elif defined(RECHECK_UNGATED)
-     if :: readerCount == 0 -> drained = 1 :: else fi
-#else
-     if :: !held -> lock(gateMutex) :: else fi;
-     if :: readerCount == 0 -> drained = 1 :: else fi;
-     if :: !held -> unlock(gateMutex) :: else fi
-#endif
+  :: writerActive == 1 ->
+     sumSlots();
+     if :: sum == 0 -> drained = 1 :: else fi;
+     d_step { sum = 0; k = 0 }   /* forgotten: stale locals would only multiply states */
   :: else
   fi
 }
 
 active [READERS] proctype Reader() {
-  bit last;
+  byte sum, k;
 end:
   do
   :: /* acquireShared */
-     readerCount++;
+     mine++;
      if
      :: writerActive == 0
      :: else ->
@@ -74,8 +80,10 @@ end:
         skip        /* ignores the writer */
 #else
 #ifndef HOLD_COUNT
+        /* backOff */
         lock(gateMutex);
-        leaveReaderCount(1);
+        mine--;
+        setDrainedIfEmpty();
         unlock(gateMutex);
 #endif
         gone == 1;  /* wait writerGone */
@@ -85,14 +93,28 @@ end:
      atomic { rIn++; assert(wIn == 0) };
      rIn--;
      /* releaseShared */
-     leaveReaderCount(0);
+     mine--;
+     if
+     :: writerActive == 1 ->
+        /* tellDrainingWriter */
+#if defined(UNCHECKED_LAST_SET)
+        drained = 1
+#elif defined(RECHECK_UNGATED)
+        setDrainedIfEmpty()
+#else
+        lock(gateMutex);
+        setDrainedIfEmpty();
+        unlock(gateMutex)
+#endif
+     :: else
+     fi;
 retry:
      skip
   od
 }
 
 active [2] proctype Writer() {
-  bit last;
+  byte sum, k;
 end:
   do
   :: /* acquireExclusive */
@@ -102,18 +124,17 @@ polite:
 #endif
      gone = 0;
      writerActive = 1;
+     sumSlots();
 #ifdef POLITE_WRITER
      /* goes in only when no reader is counted, else steps back and lets readers through */
-     d_step { last = (readerCount == 1); if :: last -> readerCount = 0 :: else fi };
      if
-     :: last -> last = 0; drained = 1
-     :: else -> lock(gateMutex); writerActive = 0; gone = 1; unlock(gateMutex); goto polite
+     :: sum == 0 -> d_step { sum = 0; k = 0 }; drained = 1
+     :: else -> d_step { sum = 0; k = 0 }; lock(gateMutex); writerActive = 0; gone = 1; unlock(gateMutex); goto polite
      fi;
 #else
-     d_step { last = (readerCount == 1); readerCount-- };
      if
-     :: last -> last = 0; drained = 1
-     :: else -> drained == 1    /* wait readersDrained */
+     :: sum == 0 -> d_step { sum = 0; k = 0 }; drained = 1
+     :: else -> d_step { sum = 0; k = 0 }; drained == 1    /* wait readersDrained */
      fi;
 #endif
      atomic {
@@ -124,7 +145,6 @@ polite:
      d_step { wIn--; in0 = 0; in1 = 0 };
      /* releaseExclusive */
      lock(gateMutex);
-     readerCount++;
      drained = 0;
      writerActive = 0;
      gone = 1;

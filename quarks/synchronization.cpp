@@ -78,6 +78,10 @@ void tMutex::lock() noexcept NO_THREAD_SAFETY_ANALYSIS {
     pthread_mutex_lock(&mutex_);
 }
 
+bool tMutex::tryLock() noexcept NO_THREAD_SAFETY_ANALYSIS {
+    return pthread_mutex_trylock(&mutex_) == 0;
+}
+
 void tMutex::unlock() noexcept NO_THREAD_SAFETY_ANALYSIS {
     pthread_mutex_unlock(&mutex_);
 }
@@ -135,6 +139,13 @@ void tEvent::wait() noexcept {
     if (autoReset_) signalled_ = false;
 }
 
+bool tEvent::tryConsume() noexcept {
+    tMutexGuard hold(guard_);
+    if (!signalled_) return false;
+    if (autoReset_) signalled_ = false;
+    return true;
+}
+
 tEvent::tWaitResult tEvent::waitFor(uint32_t milliseconds, tStatus& status) noexcept {
     tMutexGuard hold(guard_);
     if (!signalled_) {
@@ -161,6 +172,17 @@ tEvent::tWaitResult tEvent::waitFor(uint32_t milliseconds, tStatus& status) noex
 
 // ---- tReaderWriterLock ------------------------------------------------------------------------
 
+__thread uint32_t tReaderSlotPlusOne __attribute__((tls_model("initial-exec"))) = 0;
+
+namespace {
+std::atomic<uint32_t> gNextReaderSlot{0};
+}  // namespace
+
+uint32_t assignReaderSlot() noexcept {
+    tReaderSlotPlusOne = gNextReaderSlot.fetch_add(1, std::memory_order_relaxed) % tReaderWriterLock::kReaderSlots + 1;
+    return tReaderSlotPlusOne;
+}
+
 // Members are built in declaration order: writerMutex, gateMutex, readersDrained (manual, not
 // signalled), writerGone (manual, signalled); the counters are set whatever the status holds.
 // The implicit member destruction runs in reverse, which is the order the parts must go.
@@ -172,50 +194,40 @@ tReaderWriterLock::tReaderWriterLock(tStatus& status) noexcept
 
 tReaderWriterLock::~tReaderWriterLock() = default;
 
-// Takes one count away; whoever takes the last one tells the draining writer.
-//
-// Two readers can both take the count from 1 to 0 during one drain: the first leaves, and a
-// second arrives and backs off before the writer goes in. Whichever sets readersDrained first
-// lets the writer in; the other's set may come late, after that writer has released and reset
-// the event, and a later writer would then find it set and walk in on a reader. So the set is
-// made under gateMutex, which a releasing writer holds while it raises the count and resets the
-// event, and only while the count is still 0: a writer is still draining, and no reader is in.
-// (A model check of the lock found the late set; model/readerWriterLock.pml.) The mutex is
-// recursive, so the back-off, which already holds it, may call this too. A reader that leaves
-// while no writer drains never gets here: its subtract does not see 1.
-void tReaderWriterLock::leaveReaderCount() noexcept NO_THREAD_SAFETY_ANALYSIS {
-    if (readerCount_.fetch_sub(1, std::memory_order_seq_cst) != 1) return;
+int32_t tReaderWriterLock::readersCounted() const noexcept {
+    int32_t counted = 0;
+    for (const tReaderSlot& slot : slots_) counted += slot.count.load(std::memory_order_seq_cst);
+    return counted;
+}
+
+// Two readers can both find the slots empty during one drain: the first leaves, and a second
+// arrives and backs off before the writer goes in. Whichever sets readersDrained first lets the
+// writer in; the other's set might come late, after that writer has released and reset the
+// event, and a later writer would then find it set and walk in on a reader. So the set is made
+// under gateMutex, which a releasing writer holds while it lowers writerActive and resets the
+// event, and only while writerActive is raised and no reader is counted: then a writer drains
+// and every reader counted before it has left. (A model check of the lock found the late set;
+// model/readerWriterLock.pml.)
+void tReaderWriterLock::setDrainedIfEmpty() noexcept NO_THREAD_SAFETY_ANALYSIS {
+    if (writerActive_.load(std::memory_order_seq_cst) != 0 && readersCounted() == 0) readersDrained_.set();
+}
+
+void tReaderWriterLock::backOff(std::atomic<int32_t>& slot) noexcept NO_THREAD_SAFETY_ANALYSIS {
     tMutexGuard gate(gateMutex_);
-    if (readerCount_.load(std::memory_order_seq_cst) == 0) readersDrained_.set();
+    slot.fetch_sub(1, std::memory_order_seq_cst);
+    setDrainedIfEmpty();
 }
 
-// The lock's own operations are the primitive the analysis trusts: a shared hold is a count,
-// and writerMutex stays locked from acquireExclusive to releaseExclusive.
-void tReaderWriterLock::acquireShared() noexcept NO_THREAD_SAFETY_ANALYSIS {
-    for (;;) {
-        // Sequentially consistent with the writer's store of writerActive and its subtract: a
-        // reader that sees no writer here was counted before that writer's subtraction.
-        readerCount_.fetch_add(1, std::memory_order_seq_cst);
-        if (writerActive_.load(std::memory_order_seq_cst) == 0) return;
-        // Back off under gateMutex, so a set of readersDrained from here cannot land after a
-        // releasing writer's reset of it.
-        {
-            tMutexGuard gate(gateMutex_);
-            leaveReaderCount();
-        }
-        writerGone_.wait();
-    }
-}
-
-void tReaderWriterLock::releaseShared() noexcept NO_THREAD_SAFETY_ANALYSIS {
-    leaveReaderCount();
+void tReaderWriterLock::tellDrainingWriter() noexcept NO_THREAD_SAFETY_ANALYSIS {
+    tMutexGuard gate(gateMutex_);
+    setDrainedIfEmpty();
 }
 
 void tReaderWriterLock::acquireExclusive() noexcept NO_THREAD_SAFETY_ANALYSIS {
     writerMutex_.lock();
     writerGone_.reset();
     writerActive_.store(1, std::memory_order_seq_cst);
-    if (readerCount_.fetch_sub(1, std::memory_order_seq_cst) == 1) {
+    if (readersCounted() == 0) {
         readersDrained_.set();
         return;
     }
@@ -225,7 +237,6 @@ void tReaderWriterLock::acquireExclusive() noexcept NO_THREAD_SAFETY_ANALYSIS {
 void tReaderWriterLock::releaseExclusive() noexcept NO_THREAD_SAFETY_ANALYSIS {
     {
         tMutexGuard gate(gateMutex_);
-        readerCount_.fetch_add(1, std::memory_order_seq_cst);
         readersDrained_.reset();
         writerActive_.store(0, std::memory_order_seq_cst);
         writerGone_.set();

@@ -44,6 +44,8 @@ public:
     tMutex& operator=(const tMutex&) = delete;
 
     void lock() noexcept ACQUIRE();
+    // Locks only when that needs no wait: true with the mutex held, false holding nothing.
+    bool tryLock() noexcept TRY_ACQUIRE(true);
     void unlock() noexcept RELEASE();
     bool initialised() const noexcept { return initialised_; }
 
@@ -62,6 +64,14 @@ private:
 class SCOPED_CAPABILITY tMutexGuard {
 public:
     explicit tMutexGuard(tMutex& mutex) noexcept ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+    // Calls beforeWaiting() first when the mutex cannot be had at once.
+    template <class BeforeWaiting>
+    tMutexGuard(tMutex& mutex, BeforeWaiting&& beforeWaiting) noexcept ACQUIRE(mutex) : mutex_(mutex) {
+        if (!mutex_.tryLock()) {
+            beforeWaiting();
+            mutex_.lock();
+        }
+    }
     ~tMutexGuard() RELEASE() { mutex_.unlock(); }
     tMutexGuard(const tMutexGuard&) = delete;
     tMutexGuard& operator=(const tMutexGuard&) = delete;
@@ -87,6 +97,11 @@ public:
     // the event had been signalled.
     void wait() noexcept;
 
+    // True when the event was signalled, consumed then if auto-reset; never waits. What
+    // waitFor does when it finds the event signalled, for callers that would otherwise have to
+    // compute a time limit or a status record they then do not use.
+    bool tryConsume() noexcept;
+
     enum class tWaitResult { signalled, timedOut, failed };
     // Waits at most `milliseconds`. A time-out records -52007 into `status`: at line 2248 when
     // `milliseconds` is 0 and the event is not signalled, at line 2215 when a timed wait ran
@@ -106,54 +121,118 @@ private:
     clockid_t conditionClock_ = CLOCK_MONOTONIC;
 };
 
-// Reader/writer lock of two mutexes, two manual-reset events, an atomic reader count and a
-// writer flag.
+// The calling thread's reader slot plus 1, 0 until its first shared acquisition (assigned by
+// assignReaderSlot). Initial-exec, and a plain __thread rather than thread_local: the readers'
+// inline path must not call into the dynamic linker or a thread_local wrapper on every use.
+extern __thread uint32_t tReaderSlotPlusOne __attribute__((tls_model("initial-exec")));
+// Takes the next slot in turn for the calling thread; returns it plus 1.
+uint32_t assignReaderSlot() noexcept;
+
+// Reader/writer lock of two mutexes, two manual-reset events, reader counts spread over
+// cache lines and a writer flag.
 //
-// Readers pay one atomic add and one load to enter and one atomic subtract to leave; they
-// touch a mutex only while a writer is involved. A writer raises writerActive and takes away
-// the count's initial 1, then waits only for the readers counted before that moment: readers
+// Readers count themselves in one of kReaderSlots slots, each on a cache line of its own; a
+// thread always uses the same slot, and threads take the slots in turn. So readers on different
+// cores, such as two Host threads streaming from two sessions, never write the same line: with
+// one shared count every acquisition moved that line between the cores, and two streams ran
+// barely faster than one (bench/regionCostBench.cpp, bench/lockBench.cpp).
+//
+// Readers pay one atomic add on their slot and one load of writerActive to enter, one atomic
+// subtract and one load to leave; they touch a mutex only while a writer is involved. A writer
+// raises writerActive, then waits only for the readers counted before that moment: readers
 // arriving later back off (take their count away again under gateMutex and wait for
 // writerGone), so a stream of readers cannot starve a writer. Writers are admitted one at a
 // time by writerMutex.
 //
-// Invariant: while no writer holds or waits, readerCount is 1 plus the readers counted; once a
-// writer has taken its 1, readerCount is exactly the readers still counted and reaches 0 when
-// the last of them leaves, which sets readersDrained. That set is made under gateMutex, and only
-// while the count is still 0, so that it never lands after a releasing writer has reset the
-// event (which it does under gateMutex) and lets the next writer in on a reader.
+// Draining: the writer sums the slots after raising writerActive; a reader leaves by its
+// subtract and then loads writerActive. Both pairs are sequentially consistent, so either the
+// writer's sum sees the reader still counted or the reader sees the writer; a reader that sees
+// it takes gateMutex and, if writerActive is still raised and the slots sum to 0, sets
+// readersDrained. Made under gateMutex and only while a writer drains, that set never lands
+// after a releasing writer has reset the event (which it does under gateMutex, together with
+// lowering writerActive) and so cannot let the next writer in on a reader.
 //
 // What is proved: model/readerWriterLock.pml checks exclusion, freedom from deadlock and that
-// a writer which holds writerMutex gets in under weak fairness, for up to four readers and two
-// writers looping for ever.
+// a writer which holds writerMutex gets in under weak fairness, for up to four readers sharing
+// two slots and two writers looping for ever.
 //
 // Misuse: the lock is not re-entrant in either mode and has no upgrade. A holder of the shared
-// mode that needs the exclusive mode releases first and re-checks afterwards.
+// mode that needs the exclusive mode releases first and re-checks afterwards. A shared hold is
+// released on the thread that acquired it.
 class CAPABILITY("reader/writer lock") tReaderWriterLock {
 public:
+    static constexpr uint32_t kReaderSlots = 16;
+
     explicit tReaderWriterLock(tStatus& status) noexcept;
     ~tReaderWriterLock();
     tReaderWriterLock(const tReaderWriterLock&) = delete;
     tReaderWriterLock& operator=(const tReaderWriterLock&) = delete;
 
-    void acquireShared() noexcept ACQUIRE_SHARED();
-    void releaseShared() noexcept RELEASE_SHARED();
+    // The readers' paths are inline: without a writer they are a few instructions, and a call
+    // into the library for them cost a tenth of their time (bench/lockBench.cpp). Like the
+    // rest of the lock's own operations, they are the primitive the analysis trusts.
+    void acquireShared() noexcept ACQUIRE_SHARED() NO_THREAD_SAFETY_ANALYSIS {
+        while (!tryAcquireShared()) writerGone_.wait();
+    }
+    // One attempt that never waits: true holding the lock shared, false holding nothing when a
+    // writer holds or waits for the lock.
+    bool tryAcquireShared() noexcept TRY_ACQUIRE_SHARED(true) NO_THREAD_SAFETY_ANALYSIS {
+        std::atomic<int32_t>& slot = mySlot();
+        // Sequentially consistent with the writer's store of writerActive and its sum: a reader
+        // that sees no writer here is counted before that writer sums.
+        slot.fetch_add(1, std::memory_order_seq_cst);
+        if (writerActive_.load(std::memory_order_seq_cst) == 0) return true;
+        backOff(slot);
+        return false;
+    }
+    // A reader that leaves while no writer drains sees writerActive 0 and takes no mutex.
+    void releaseShared() noexcept RELEASE_SHARED() NO_THREAD_SAFETY_ANALYSIS {
+        std::atomic<int32_t>& slot = mySlot();
+        slot.fetch_sub(1, std::memory_order_seq_cst);
+        if (writerActive_.load(std::memory_order_seq_cst) != 0) tellDrainingWriter();
+    }
     void acquireExclusive() noexcept ACQUIRE();
     void releaseExclusive() noexcept RELEASE();
 
-    // For tests: the raw counters.
-    int32_t readerCountForTesting() const noexcept { return readerCount_.load(); }
+    // For tests: the count as one counter would hold it: while no writer holds or waits, 1 plus
+    // the readers counted; otherwise the readers still counted.
+    int32_t readerCountForTesting() const noexcept { return readersCounted() + (writerActive_.load() == 0 ? 1 : 0); }
     int32_t writerActiveForTesting() const noexcept { return writerActive_.load(); }
 
 private:
-    void leaveReaderCount() noexcept;
+    // One reader count on a cache line of its own. Padded rather than aligned, so that the lock
+    // needs no more than the allocator's alignment: the padding comes first, so the first count
+    // lies a whole line after writerActive, which every reader loads, and every count a line
+    // after the one before.
+    struct tReaderSlot {
+        char padding[64 - sizeof(std::atomic<int32_t>)];
+        std::atomic<int32_t> count{0};
+    };
+
+    // The slot of the calling thread.
+    std::atomic<int32_t>& mySlot() noexcept {
+        uint32_t slot = tReaderSlotPlusOne;
+        if (slot == 0) [[unlikely]]
+            slot = assignReaderSlot();
+        return slots_[slot - 1].count;
+    }
+    int32_t readersCounted() const noexcept;
+    // Under gateMutex: sets readersDrained when a writer drains and no reader is counted.
+    void setDrainedIfEmpty() noexcept;
+    // A reader that met a writer takes its count away again, under gateMutex.
+    void backOff(std::atomic<int32_t>& slot) noexcept;
+    // A reader that left while a writer drains: sets readersDrained if it was the last.
+    void tellDrainingWriter() noexcept;
 
     // Held by a writer from the start of acquireExclusive to the end of releaseExclusive.
     tMutex writerMutex_;
     tMutex gateMutex_ ACQUIRED_AFTER(writerMutex_);
     tEvent readersDrained_;
     tEvent writerGone_;
-    std::atomic<int32_t> readerCount_{1};
     std::atomic<int32_t> writerActive_{0};
+    tReaderSlot slots_[kReaderSlots];
+    // Keeps whatever follows the lock off the last count's line.
+    [[maybe_unused]] char trailingPadding_[64 - sizeof(std::atomic<int32_t>)];
 };
 
 // Holds a reader/writer lock shared from construction until destruction, or until unlock()
@@ -162,6 +241,14 @@ class SCOPED_CAPABILITY tSharedLock {
 public:
     explicit tSharedLock(tReaderWriterLock& lock) noexcept ACQUIRE_SHARED(lock) : lock_(&lock) {
         lock_->acquireShared();
+    }
+    // Calls beforeWaiting() first when the lock cannot be had at once.
+    template <class BeforeWaiting>
+    tSharedLock(tReaderWriterLock& lock, BeforeWaiting&& beforeWaiting) noexcept ACQUIRE_SHARED(lock) : lock_(&lock) {
+        if (!lock_->tryAcquireShared()) {
+            beforeWaiting();
+            lock_->acquireShared();
+        }
     }
     ~tSharedLock() RELEASE() {
         if (lock_ != nullptr) lock_->releaseShared();

@@ -30,6 +30,9 @@
 // The function takes the locks (no argument: the object itself) and returns holding them.
 #define ACQUIRE(...) QUORVANE_THREAD_ANNOTATION(acquire_capability(__VA_ARGS__))
 #define ACQUIRE_SHARED(...) QUORVANE_THREAD_ANNOTATION(acquire_shared_capability(__VA_ARGS__))
+// The function tries once: it returns holding the locks exactly when it returns the first argument.
+#define TRY_ACQUIRE(...) QUORVANE_THREAD_ANNOTATION(try_acquire_capability(__VA_ARGS__))
+#define TRY_ACQUIRE_SHARED(...) QUORVANE_THREAD_ANNOTATION(try_acquire_shared_capability(__VA_ARGS__))
 // The function gives back locks that the caller held.
 #define RELEASE(...) QUORVANE_THREAD_ANNOTATION(release_capability(__VA_ARGS__))
 #define RELEASE_SHARED(...) QUORVANE_THREAD_ANNOTATION(release_shared_capability(__VA_ARGS__))

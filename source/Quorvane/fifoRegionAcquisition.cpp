@@ -8,7 +8,6 @@
 #include "Quorvane/fifoRegionState.h"
 #include "Quorvane/sessionFlags.h"
 #include "Quorvane/sessionRegistry.h"
-#include "moskshared/moskshared.h"
 
 using namespace quorvane;
 
@@ -17,7 +16,6 @@ namespace {
 constexpr uint32_t kInfiniteTimeout = 0xFFFFFFFFu;
 // An infinite time-out is served in slices, so that an abort by the Host is noticed.
 constexpr uint32_t kInfiniteSliceMs = 3000;
-constexpr uint64_t kAcquireStatusLine = 96;
 
 using tAcquireElements = int32_t (*)(uint32_t, uint32_t, void**, size_t, uint32_t, size_t*, size_t*);
 
@@ -63,143 +61,183 @@ int32_t AbortFifoAcquire(void* abortFlag) noexcept {
     return 0;
 }
 
-// Milliseconds of `timeout` left since `start`; a slice for an infinite time-out.
-uint32_t RemainingTimeout(uint64_t start, uint32_t timeout) noexcept {
-    if (timeout == 0) return 0;
-    if (timeout == kInfiniteTimeout) return kInfiniteSliceMs;
-    const uint64_t elapsed = (MonotonicNow() - start) / 1000 / 1000;
-    return elapsed >= timeout ? 0 : timeout - static_cast<uint32_t>(elapsed);
-}
+// What the Host asked for, as the acquire exports received it.
+struct tRegionRequest {
+    bool write;
+    uint32_t session;
+    uint32_t fifo;
+    uint32_t* reference;
+    size_t requested;
+    uint32_t elementType;
+    uint32_t timeout;
+    size_t* acquired;
+    size_t* remaining;
+};
 
-enum class tPass { leave, retry };
+// One acquisition of a region: finds the FIFO's state, holds its acquireMutex while it waits
+// for room and calls the FPGA interface library, and records the region it got behind a Host
+// reference. The code only ever moves under the merge rule; every step leaves it as the status
+// the export returns.
+class tRegionAcquisition {
+public:
+    explicit tRegionAcquisition(const tRegionRequest& request) noexcept
+        : request_(request), type_(kElementTypes[request.elementType]) {}
 
-// One wait on regionEvent and one call of the library. Updates `code`.
-tPass acquisitionPass(const tElementType& type, bool write, uint32_t session, uint32_t fifo, FifoRegionState& state,
-                      void*& elements, size_t requested, uint64_t start, uint32_t timeout, size_t* acquired,
-                      size_t* remaining, int32_t& code) noexcept {
-    tEvent::tWaitResult waited = tEvent::tWaitResult::signalled;
-    bool skipped = false;
-    {
-        tMoskAutoStatus passStatus(&code);
-        passStatus.setCode(code, kComponent, "Quorvane", kAcquireStatusLine);
-        if (passStatus.isError()) {
-            skipped = true;
-        } else {
-            waited = state.regionEvent->waitFor(RemainingTimeout(start, timeout), passStatus);
+    int32_t run() noexcept {
+        // One registry lookup serves both the state's creation and the acquisition: the
+        // registry lock, held shared from the lookup until acquireMutex is held, keeps the
+        // record and its state in place (a close removes them only with it held exclusively).
+        // Taking the registry lock and the record's lock twice, as a lookup for the creation
+        // followed by one for the acquisition would, costs about a fifth of a region cycle
+        // (bench/regionCostBench.cpp).
+        tSharedLock registryGuard(gRegistryLock, [this] { startTimeout(); });
+        tSessionRecord* record = sessionRegistry().find(request_.session);
+        if (record == nullptr) return kStatusSessionNotRegistered;
+        const tFoundState found = FindOrBuildFifoRegionState(*record, request_.fifo);
+        code_ = found.code;
+        if (found.state == nullptr) return code_;
+        state_ = found.state;
+        merge(HostErrorToStatus(RTSetCleanupProc(AbortFifoAcquire, &abortFlag_, kHostCleanupOnCallAbort)));
+        if (code_ < 0) return code_;
+        // A second acquirer on this FIFO waits here, still holding the registry lock, for the
+        // whole of the first one; a close waits for both.
+        tMutexGuard acquireGuard(*state_->acquireMutex, [this] { startTimeout(); });
+        registryGuard.unlock();
+        acquireElements();
+        state_->regionEvent->set();
+        RTSetCleanupProc(nullptr, nullptr, kHostCleanupOnCallAbort);
+        if (request_.requested != 0 && code_ >= 0) recordRegion();
+        return code_;
+    }
+
+private:
+    enum class tPass { leave, retry };
+
+    void merge(int32_t incoming) noexcept { code_ = mergeStatus(code_, incoming); }
+
+    // The time-out counts from its start, read from the clock before the first step that may
+    // wait for another thread: the registry lock while a writer holds it, acquireMutex while
+    // another acquisition holds it, regionEvent while it is not signalled. Until then the
+    // acquisition has only done bookkeeping, its own or, on the record's lock, another thread's
+    // creation of a FIFO state: a few hundred nanoseconds, which the time-out's whole
+    // milliseconds do not see. So when nothing waited, the library gets the whole time-out
+    // without any clock read. Two reads of a clock that costs about 40 ns on a virtual machine
+    // were a third of a region cycle (bench/regionCostBench.cpp).
+    void startTimeout() noexcept {
+        if (started_ || request_.timeout == 0 || request_.timeout == kInfiniteTimeout) return;
+        start_ = MonotonicNow();
+        started_ = true;
+    }
+
+    // Milliseconds of the time-out left; a slice for an infinite time-out.
+    uint32_t remainingTimeout() noexcept {
+        const uint32_t timeout = request_.timeout;
+        if (timeout == 0) return 0;
+        if (timeout == kInfiniteTimeout) return kInfiniteSliceMs;
+        if (!started_) return timeout;
+        const uint64_t elapsed = (MonotonicNow() - start_) / 1000 / 1000;
+        return elapsed >= timeout ? 0 : timeout - static_cast<uint32_t>(elapsed);
+    }
+
+    // The passes, until one leaves; an abort is noticed before the first and at each retry.
+    void acquireElements() noexcept {
+        if (abortFlag_.load()) {
+            merge(kStatusAborted);
+            return;
         }
-    }
-    if (skipped) return tPass::leave;
-    if (waited == tEvent::tWaitResult::timedOut) {
-        if (timeout == kInfiniteTimeout) return tPass::retry;
-        code = kStatusMustReleaseFirst;
-        return tPass::leave;
-    }
-    if (waited == tEvent::tWaitResult::failed) {
-        // The library is not called in such a pass and no region may come of it.
-        code = mergeStatus(code, kStatusInternalError);
-        return tPass::leave;
-    }
-    const tAcquireElements acquire = write ? type.write : type.read;
-    code = mergeStatus(code, acquire(markedForResourceCall(session), fifo, &elements, requested,
-                                     RemainingTimeout(start, timeout), acquired, remaining));
-    if (code == kStatusMustReleaseFirst) return tPass::retry;
-    if (code == kStatusDriverTimeout && timeout == kInfiniteTimeout) return tPass::retry;
-    return tPass::leave;
-}
-
-// Fills the Host's external data value record around a queued region.
-void fillReferenceRecord(uint8_t* record, FifoRegion* region, void* elements, uint64_t count, uint64_t bytes) noexcept {
-    const int32_t dimensions = 1;
-    const HostDeleteCallback onDeleted = OnFifoRegionDeleted;
-    std::memcpy(record + 0, &region, sizeof region);
-    std::memcpy(record + 8, &dimensions, sizeof dimensions);
-    std::memcpy(record + 16, &elements, sizeof elements);
-    std::memcpy(record + 24, &count, sizeof count);
-    std::memcpy(record + 32, &bytes, sizeof bytes);
-    std::memcpy(record + kHostEdvrDeleteCallbackOffset, &onDeleted, sizeof onDeleted);
-}
-
-// Queues the region and wraps it in a Host reference. queueMutex is held, so the deletion
-// callback never sees a half-made region. Returns the updated code.
-int32_t recordRegion(FifoRegionState& state, uint32_t session, uint32_t fifo, void* elements, uint64_t count,
-                     uint32_t elementBytes, uint32_t* reference, int32_t code) noexcept {
-    tMutexGuard queueGuard(*state.queueMutex);
-    FifoRegion* region = state.regions.emplaceBack(FifoRegion{session, fifo, count, &state, false});
-    tStatus queued;
-    if (state.regions.reportInto(queued)) {
-        if (region != nullptr) state.regions.popBack();  // an earlier failure still stands
-        return mergeStatus(code, queued.code32());
-    }
-    void* record = nullptr;
-    const int32_t created = HostErrorToStatus(EDVR_CreateReference(reference, &record));
-    if (created < 0 || record == nullptr) {
-        state.regions.popBack();  // the elements stay acquired in the FPGA interface library
-        *reference = 0;
-        return mergeStatus(code, created < 0 ? created : kStatusInternalError);
-    }
-    fillReferenceRecord(static_cast<uint8_t*>(record), region, elements, count, elementBytes);
-    return code;
-}
-
-// The passes and the recording of the region, with the FIFO's acquireMutex held by the caller.
-int32_t acquireWithStateHeld(const tElementType& type, bool write, uint32_t session, uint32_t fifo,
-                             FifoRegionState& state, const std::atomic<bool>& abortFlag, uint32_t* reference,
-                             size_t requested, uint64_t start, uint32_t timeout, size_t* acquired, size_t* remaining,
-                             int32_t code) noexcept {
-    void* elements = nullptr;
-    if (abortFlag.load()) {
-        code = mergeStatus(code, kStatusAborted);
-    } else {
-        while (acquisitionPass(type, write, session, fifo, state, elements, requested, start, timeout, acquired,
-                               remaining, code) == tPass::retry) {
-            code = 0;
-            if (abortFlag.load()) {
-                code = kStatusAborted;
-                break;
+        while (pass() == tPass::retry) {
+            code_ = 0;
+            if (abortFlag_.load()) {
+                code_ = kStatusAborted;
+                return;
             }
         }
     }
-    state.regionEvent->set();
-    RTSetCleanupProc(nullptr, nullptr, kHostCleanupOnCallAbort);
-    if (requested != 0 && code >= 0) {
-        code = recordRegion(state, session, fifo, elements, *acquired, type.bytes, reference, code);
+
+    // One wait on regionEvent and one call of the library.
+    tPass pass() noexcept {
+        if (code_ < 0) return tPass::leave;
+        // The event is signalled in the usual case: consumed at once, without reading the clock
+        // or building a status record (bench/regionCostBench.cpp).
+        if (!state_->regionEvent->tryConsume()) {
+            startTimeout();
+            tStatus waitStatus;
+            const tEvent::tWaitResult waited = state_->regionEvent->waitFor(remainingTimeout(), waitStatus);
+            if (waited == tEvent::tWaitResult::timedOut) {
+                if (request_.timeout == kInfiniteTimeout) return tPass::retry;
+                code_ = kStatusMustReleaseFirst;
+                return tPass::leave;
+            }
+            if (waited == tEvent::tWaitResult::failed) {
+                // The library is not called in such a pass and no region may come of it.
+                merge(kStatusInternalError);
+                return tPass::leave;
+            }
+        }
+        const tAcquireElements acquire = request_.write ? type_.write : type_.read;
+        merge(acquire(markedForResourceCall(request_.session), request_.fifo, &elements_, request_.requested,
+                      remainingTimeout(), request_.acquired, request_.remaining));
+        if (code_ == kStatusMustReleaseFirst) return tPass::retry;
+        if (code_ == kStatusDriverTimeout && request_.timeout == kInfiniteTimeout) return tPass::retry;
+        return tPass::leave;
     }
-    return code;
-}
 
-int32_t AcquireFifoRegion(bool write, uint32_t session, uint32_t fifo, uint32_t* reference, size_t requested,
-                          uint32_t elementType, uint32_t timeout, size_t* acquired, size_t* remaining) noexcept {
-    const uint64_t start = MonotonicNow();
-    if (reference == nullptr) return kStatusInvalidArgument;
-    *reference = 0;
-    if (!isHostNumericType(elementType) || acquired == nullptr) return kStatusInvalidArgument;
-    const tElementType& type = kElementTypes[elementType];
+    // Fills the Host's external data value record around a queued region.
+    void fillReferenceRecord(uint8_t* record, FifoRegion* region) const noexcept {
+        const int32_t dimensions = 1;
+        const uint64_t count = *request_.acquired;
+        const uint64_t bytes = type_.bytes;
+        const HostDeleteCallback onDeleted = OnFifoRegionDeleted;
+        std::memcpy(record + 0, &region, sizeof region);
+        std::memcpy(record + 8, &dimensions, sizeof dimensions);
+        std::memcpy(record + 16, &elements_, sizeof elements_);
+        std::memcpy(record + 24, &count, sizeof count);
+        std::memcpy(record + 32, &bytes, sizeof bytes);
+        std::memcpy(record + kHostEdvrDeleteCallbackOffset, &onDeleted, sizeof onDeleted);
+    }
 
-    int32_t code = EnsureFifoRegionState(session, fifo);
-    if (code < 0) return code;
+    // Queues the region and wraps it in a Host reference. queueMutex is held, so the deletion
+    // callback never sees a half-made region.
+    void recordRegion() noexcept {
+        tMutexGuard queueGuard(*state_->queueMutex);
+        FifoRegion* region =
+            state_->regions.emplaceBack(FifoRegion{request_.session, request_.fifo, *request_.acquired, state_, false});
+        if (state_->regions.allocationFailed()) {
+            if (region != nullptr) state_->regions.popBack();  // an earlier failure still stands
+            tStatus queued;
+            state_->regions.reportInto(queued);
+            merge(queued.code32());
+            return;
+        }
+        void* record = nullptr;
+        const int32_t created = HostErrorToStatus(EDVR_CreateReference(request_.reference, &record));
+        if (created < 0 || record == nullptr) {
+            state_->regions.popBack();  // the elements stay acquired in the FPGA interface library
+            *request_.reference = 0;
+            merge(created < 0 ? created : kStatusInternalError);
+            return;
+        }
+        fillReferenceRecord(static_cast<uint8_t*>(record), region);
+    }
 
-    // Finds the state again: EnsureFifoRegionState released its locks, and a concurrent close may
-    // have removed the state or the session meanwhile; a missing one is reported, never used.
-    tSessionRegistry& registry = sessionRegistry();
-    tSharedLock registryGuard(gRegistryLock);
-    tSessionRecord* record = registry.find(session);
-    if (record == nullptr) return kStatusSessionNotRegistered;
-    tSharedLock recordGuard(*record->lock);
-    FifoRegionState* state = record->fifoStates.find(fifo);
-    if (state == nullptr) return kStatusSessionNotRegistered;
-    std::atomic<bool> abortFlag{false};
-    code =
-        mergeStatus(code, HostErrorToStatus(RTSetCleanupProc(AbortFifoAcquire, &abortFlag, kHostCleanupOnCallAbort)));
-    if (code < 0) return code;
-    // acquireMutex is taken while both reader locks still keep the state in place (a close, which
-    // removes states under the registry lock held exclusively, then waits for this acquisition);
-    // only then are the reader locks given back. A second acquirer on this FIFO waits here, still
-    // holding both, for the whole of the first one.
-    tMutexGuard acquireGuard(*state->acquireMutex);
-    recordGuard.unlock();
-    registryGuard.unlock();
-    return acquireWithStateHeld(type, write, session, fifo, *state, abortFlag, reference, requested, start, timeout,
-                                acquired, remaining, code);
+    const tRegionRequest request_;
+    const tElementType& type_;
+    // The start of the time-out (startTimeout).
+    bool started_ = false;
+    uint64_t start_ = 0;
+    int32_t code_ = 0;
+    // Found under the registry lock; used with its acquireMutex held.
+    FifoRegionState* state_ = nullptr;
+    void* elements_ = nullptr;
+    // Raised by the Host's abort procedure while the acquisition is registered with it.
+    std::atomic<bool> abortFlag_{false};
+};
+
+int32_t AcquireFifoRegion(const tRegionRequest& request) noexcept {
+    if (request.reference == nullptr) return kStatusInvalidArgument;
+    *request.reference = 0;
+    if (!isHostNumericType(request.elementType) || request.acquired == nullptr) return kStatusInvalidArgument;
+    return tRegionAcquisition(request).run();
 }
 
 }  // namespace
@@ -216,8 +254,8 @@ extern "C" int32_t Quorvane_AcquireFifoReadRegionScalar(uint32_t session, uint32
                                                         uint32_t timeout, size_t* elementsAcquired,
                                                         size_t* elementsRemaining) noexcept {
     if (isRefusedSession(session)) return kStatusSessionRefused;
-    return AcquireFifoRegion(false, session, fifo, reference, elementsRequested, elementType, timeout, elementsAcquired,
-                             elementsRemaining);
+    return AcquireFifoRegion({false, session, fifo, reference, elementsRequested, elementType, timeout,
+                              elementsAcquired, elementsRemaining});
 }
 
 extern "C" int32_t Quorvane_AcquireFifoWriteRegionScalar(uint32_t session, uint32_t fifo, uint32_t* reference,
@@ -225,6 +263,6 @@ extern "C" int32_t Quorvane_AcquireFifoWriteRegionScalar(uint32_t session, uint3
                                                          uint32_t timeout, size_t* elementsAcquired,
                                                          size_t* elementsRemaining) noexcept {
     if (isRefusedSession(session)) return kStatusSessionRefused;
-    return AcquireFifoRegion(true, session, fifo, reference, elementsRequested, elementType, timeout, elementsAcquired,
-                             elementsRemaining);
+    return AcquireFifoRegion(
+        {true, session, fifo, reference, elementsRequested, elementType, timeout, elementsAcquired, elementsRemaining});
 }

@@ -18,33 +18,37 @@ FifoRegionState::~FifoRegionState() {
     deleteObject(queueMutex);
 }
 
-int32_t EnsureFifoRegionState(uint32_t session, uint32_t fifo) noexcept {
-    tSessionRegistry& registry = sessionRegistry();
-    tSharedLock registryGuard(gRegistryLock);
-    tSessionRecord* record = registry.find(session);
-    if (record == nullptr) return kStatusSessionNotRegistered;
+tFoundState FindOrBuildFifoRegionState(tSessionRecord& record, uint32_t fifo) noexcept {
     {
-        tSharedLock recordGuard(*record->lock);
-        if (record->fifoStates.find(fifo) != nullptr) return kStatusSuccess;
+        tSharedLock recordGuard(*record.lock);
+        if (FifoRegionState* state = record.fifoStates.find(fifo)) return {state, kStatusSuccess};
     }
 
     // No upgrade: the shared hold is given up first, so look again once exclusive.
-    tExclusiveLock recordGuard(*record->lock);
+    tExclusiveLock recordGuard(*record.lock);
     tStatus result;
-    if (record->fifoStates.find(fifo) != nullptr) {
-        record->fifoStates.reportInto(result);
-        return result.code32();
+    if (FifoRegionState* state = record.fifoStates.find(fifo)) {
+        record.fifoStates.reportInto(result);
+        return {result.isError() ? nullptr : state, result.code32()};
     }
-    FifoRegionState* state = record->fifoStates.tryEmplace(fifo, record).first;
+    FifoRegionState* state = record.fifoStates.tryEmplace(fifo, &record).first;
     // A map that once ran out of memory reports -52000 for every insertion, and a state that
     // was built whole stays. A state whose own creation failed never stays, flag or no flag:
     // the next close, reset or acquisition would use the parts it lacks.
-    record->fifoStates.reportInto(result);
+    record.fifoStates.reportInto(result);
     if (state != nullptr && state->creationStatus.isError()) {
         result.mergeFrom(state->creationStatus);
-        record->fifoStates.erase(fifo);
+        record.fifoStates.erase(fifo);
+        state = nullptr;
     }
-    return result.code32();
+    return {result.isError() ? nullptr : state, result.code32()};
+}
+
+int32_t EnsureFifoRegionState(uint32_t session, uint32_t fifo) noexcept {
+    tSharedLock registryGuard(gRegistryLock);
+    tSessionRecord* record = sessionRegistry().find(session);
+    if (record == nullptr) return kStatusSessionNotRegistered;
+    return FindOrBuildFifoRegionState(*record, fifo).code;
 }
 
 }  // namespace quorvane

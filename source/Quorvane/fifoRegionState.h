@@ -26,6 +26,7 @@
 namespace quorvane {
 
 struct tSessionRecord;
+extern tReaderWriterLock& gRegistryLock;
 class FifoRegionState;
 
 // One region lent to the Host. Never moves while queued: the Host's reference holds its address.
@@ -58,6 +59,18 @@ public:
     tMutex* acquireMutex = nullptr;
     tEvent* regionEvent = nullptr;
 };
+
+// The state of a FIFO as FindOrBuildFifoRegionState found it: null whenever `code` is an error.
+struct tFoundState {
+    FifoRegionState* state;
+    int32_t code;
+};
+
+// Finds the state of `fifo` in `record`, building it when there is none: under the record's lock
+// held shared to look, exclusively to build. Codes as EnsureFifoRegionState's, but for -63195.
+// The registry lock, held shared by the caller, keeps the record and the state found in place:
+// only a close removes them, and it holds that lock exclusively.
+tFoundState FindOrBuildFifoRegionState(tSessionRecord& record, uint32_t fifo) noexcept REQUIRES_SHARED(gRegistryLock);
 
 // Makes sure the session's fifoStates holds a state for `fifo`: 0, -63195 when the session is
 // not registered, -52000 / -52003 / -52008 when the state could not be built.

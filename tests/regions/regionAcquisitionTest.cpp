@@ -165,6 +165,28 @@ TEST_F(RegionAcquisition, RetirementWakesAWaitingAcquirerWhichRetriesWithTheTime
     HostSim_DeleteReference(reference);
 }
 
+// The time-out's clock starts only when a step has to wait; waiting for another acquisition on
+// the same FIFO is such a step and counts against the time-out.
+TEST_F(RegionAcquisition, WaitingForAnotherAcquisitionCountsAgainstTheTimeout) {
+    scriptAnswer("BrennDll_AcquireFifoReadElementsU32", -61219);
+    scriptAnswer("BrennDll_AcquireFifoReadElementsU32", 0, {4, 0});
+    int32_t firstResult = 0;
+    std::thread first([&] {
+        uint32_t refused = 0;
+        firstResult = acquireWith(200, &refused);
+    });
+    // The first acquirer has had its answer and waits for room, holding the FIFO.
+    while (BrennSim_ScriptsPending("BrennDll_AcquireFifoReadElementsU32") != 1) std::this_thread::yield();
+    uint32_t reference = 0;
+    EXPECT_EQ(acquireWith(5000, &reference), 0);
+    first.join();
+    EXPECT_EQ(firstResult, -61219);
+    const auto timeouts = libraryTimeouts();
+    ASSERT_EQ(timeouts.size(), 2u);
+    EXPECT_LE(timeouts[1], 4850u) << "the wait for the first acquisition was not counted";
+    HostSim_DeleteReference(reference);
+}
+
 TEST_F(RegionAcquisition, InfiniteTimeoutWaitsInSlicesUntilTheHostAbortsTheCall) {
     // After the one call, nothing is retired: the acquirer waits in slices until aborted.
     scriptAnswer("BrennDll_AcquireFifoReadElementsU32", -50400);
