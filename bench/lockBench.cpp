@@ -83,14 +83,14 @@ void writerRow(quorvane::tReaderWriterLock& lock) {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
     quorvane::tStatus status;
     quorvane::tReaderWriterLock lock(status);
     if (status.isError()) {
         std::fprintf(stderr, "the lock could not be created\n");
         return 1;
     }
-    sharedRow(lock);
-    writerRow(lock);
-    return 0;
+    registerRow("readerWriterLock/shared", [&] { sharedRow(lock); });
+    registerRow("readerWriterLock/writerWait", [&] { writerRow(lock); });
+    return runRows(argc, argv);
 }

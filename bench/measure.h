@@ -3,14 +3,21 @@
 // machine's own speed shows only in the baseline.
 //
 // U is one uncontended pthread_mutex_lock plus pthread_mutex_unlock.
+//
+// Google Benchmark runs each row once (registerRow): a row measures its subject and baseline
+// itself, interleaved repetition by repetition, which one benchmark per measure run one after
+// the other could not do; the row's text becomes the run's label, and scripts/bench collects the
+// labels from the JSON output into one table.
 #pragma once
 
+#include <benchmark/benchmark.h>
 #include <pthread.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <string>
 #include <vector>
 
 namespace quorvane::bench {
@@ -87,9 +94,35 @@ inline double medianOf(const std::vector<Sample>& samples, double Sample::*field
     return median(values);
 }
 
+// The row the running benchmark measured last.
+inline std::string& lastRow() {
+    static std::string row;
+    return row;
+}
+
 // One row of the table that scripts/bench prints.
 inline void printRow(const char* measure, const char* reached, const char* goal, const char* detail) {
-    std::printf("| %s | %s | %s | %s |\n", measure, reached, goal, detail);
+    lastRow() = std::string("| ") + measure + " | " + reached + " | " + goal + " | " + detail + " |";
+}
+
+// Registers `row` (which calls printRow) as a benchmark run once under `name`.
+template <class Row>
+void registerRow(const char* name, Row row) {
+    benchmark::RegisterBenchmark(name,
+                                 [row](benchmark::State& state) {
+                                     for (auto _ : state) row();
+                                     state.SetLabel(lastRow());
+                                 })
+        ->Iterations(1)
+        ->Unit(benchmark::kMillisecond);
+}
+
+// Runs the registered rows; the command line takes Google Benchmark's options.
+inline int runRows(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
 }
 
 }  // namespace quorvane::bench

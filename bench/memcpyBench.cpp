@@ -3,24 +3,27 @@
 // scripts/bench compares against it.
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <vector>
 
 #include "measure.h"
 
 using namespace quorvane::bench;
 
-int main() {
+int main(int argc, char** argv) {
     constexpr size_t kBytes = size_t{64} << 20;
     constexpr int kRepetitions = 9;
     std::vector<unsigned char> from(kBytes, 1);
     std::vector<unsigned char> to(kBytes, 2);
-    std::vector<double> rates;
-    for (int r = 0; r < kRepetitions; ++r) {
-        const uint64_t start = nowNs();
-        std::memcpy(to.data(), from.data(), kBytes);
-        asm volatile("" : : "r"(to.data()) : "memory");
-        rates.push_back(static_cast<double>(kBytes >> 20) / (static_cast<double>(nowNs() - start) / 1e9));
-    }
-    std::printf("%.0f\n", median(rates));
-    return 0;
+    registerRow("memcpy/bandwidth", [&] {
+        std::vector<double> rates;
+        for (int r = 0; r < kRepetitions; ++r) {
+            const uint64_t start = nowNs();
+            std::memcpy(to.data(), from.data(), kBytes);
+            asm volatile("" : : "r"(to.data()) : "memory");
+            rates.push_back(static_cast<double>(kBytes >> 20) / (static_cast<double>(nowNs() - start) / 1e9));
+        }
+        lastRow() = std::to_string(static_cast<long long>(median(rates)));  // MiB/s, for scripts/bench
+    });
+    return runRows(argc, argv);
 }

@@ -28,7 +28,7 @@ void row(const char* measure, const std::vector<Sample>& samples) {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
     quietTarget();
     BenchSession session(0);
     const uint32_t handle = session.handle();
@@ -36,13 +36,15 @@ int main() {
     uint32_t value = 0;
     double number = 1.5;
 
-    const auto read = sampleInterleaved([&] { BrennDll_ReadU32(marked, kRegister, &value); },
-                                        [&] { Quorvane_Read32(handle, kRegister, &value); }, kIterations, kRepetitions);
-    row("pass-through `Quorvane_Read32` vs `BrennDll_ReadU32`", read);
-
-    const auto write =
-        sampleInterleaved([&] { BrennDll_WriteU64(marked, kRegister, std::bit_cast<uint64_t>(number)); },
-                          [&] { Quorvane_WriteDbl(handle, kRegister, number); }, kIterations, kRepetitions);
-    row("pass-through `Quorvane_WriteDbl` vs `BrennDll_WriteU64`", write);
-    return 0;
+    registerRow("passThrough/Read32", [&] {
+        row("pass-through `Quorvane_Read32` vs `BrennDll_ReadU32`",
+            sampleInterleaved([&] { BrennDll_ReadU32(marked, kRegister, &value); },
+                              [&] { Quorvane_Read32(handle, kRegister, &value); }, kIterations, kRepetitions));
+    });
+    registerRow("passThrough/WriteDbl", [&] {
+        row("pass-through `Quorvane_WriteDbl` vs `BrennDll_WriteU64`",
+            sampleInterleaved([&] { BrennDll_WriteU64(marked, kRegister, std::bit_cast<uint64_t>(number)); },
+                              [&] { Quorvane_WriteDbl(handle, kRegister, number); }, kIterations, kRepetitions));
+    });
+    return runRows(argc, argv);
 }

@@ -123,31 +123,38 @@ Scaling scaling(void (*cycle)(uint32_t, uint32_t), BenchSession* const* sessions
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
     quietTarget();
     BenchSession first(0);
     BenchSession second(1);
     BenchSession* const sessions[2] = {&first, &second};
 
-    const auto cost = sampleInterleaved([&] { driverCycle(first.handle(), first.fifo()); },
-                                        [&] { libraryCycle(first.handle(), first.fifo()); }, kIterations, kRepetitions);
-    char reached[64];
-    char detail[200];
-    std::snprintf(reached, sizeof reached, "%.1f U added", medianAddedUnits(cost));
-    std::snprintf(detail, sizeof detail, "U = %.1f ns; region %.1f ns, driver %.1f ns (medians of %d)",
-                  medianOf(cost, &Sample::unit), medianOf(cost, &Sample::subject), medianOf(cost, &Sample::baseline),
-                  kRepetitions);
-    printRow("region of 64 elements acquired and deleted vs the driver's acquire and release", reached,
-             "15 U added or less", detail);
-
-    const Scaling library = scaling(libraryCycle, sessions);
-    const Scaling alone = scaling(driverAndHostCycle, sessions);
-    std::snprintf(reached, sizeof reached, "%.2fx", library.wall);
-    std::snprintf(detail, sizeof detail,
-                  "driver and Host alone %.2fx in the same run; per CPU-second %.2fx, alone %.2fx; medians of %d "
-                  "runs of %llu ms",
-                  alone.wall, library.perCpu, alone.perCpu, kScalingRepetitions,
-                  static_cast<unsigned long long>(kScalingRunNs / 1'000'000));
-    printRow("region cycles per second, two threads on two sessions vs one thread", reached, "1.6x or more", detail);
-    return 0;
+    registerRow("region/cost", [&] {
+        const auto cost =
+            sampleInterleaved([&] { driverCycle(first.handle(), first.fifo()); },
+                              [&] { libraryCycle(first.handle(), first.fifo()); }, kIterations, kRepetitions);
+        char reached[64];
+        char detail[200];
+        std::snprintf(reached, sizeof reached, "%.1f U added", medianAddedUnits(cost));
+        std::snprintf(detail, sizeof detail, "U = %.1f ns; region %.1f ns, driver %.1f ns (medians of %d)",
+                      medianOf(cost, &Sample::unit), medianOf(cost, &Sample::subject),
+                      medianOf(cost, &Sample::baseline), kRepetitions);
+        printRow("region of 64 elements acquired and deleted vs the driver's acquire and release", reached,
+                 "15 U added or less", detail);
+    });
+    registerRow("region/scaling", [&] {
+        const Scaling library = scaling(libraryCycle, sessions);
+        const Scaling alone = scaling(driverAndHostCycle, sessions);
+        char reached[64];
+        char detail[200];
+        std::snprintf(reached, sizeof reached, "%.2fx", library.wall);
+        std::snprintf(detail, sizeof detail,
+                      "driver and Host alone %.2fx in the same run; per CPU-second %.2fx, alone %.2fx; medians of "
+                      "%d runs of %llu ms",
+                      alone.wall, library.perCpu, alone.perCpu, kScalingRepetitions,
+                      static_cast<unsigned long long>(kScalingRunNs / 1'000'000));
+        printRow("region cycles per second, two threads on two sessions vs one thread", reached, "1.6x or more",
+                 detail);
+    });
+    return runRows(argc, argv);
 }
