@@ -40,8 +40,10 @@ std::vector<Injection> allInjections() {
     for (const char* function : {"NumericArrayResize", "RTSetCleanupProc", "EDVR_CreateReference"}) {
         for (int32_t code : {2, 41, 7}) all.push_back({K::Host, function, code});
     }
+#ifndef QUORVANE_HOST_WITHOUT_NEW_HANDLE
     all.push_back({K::Host, "DSNewHandle", 0});
     all.push_back({K::Host, "DSNewHandle", 2});
+#endif
     all.push_back({K::Driver, nullptr, kDriverError});
     all.push_back({K::Service, nullptr, kDriverError});
     return all;

@@ -156,6 +156,9 @@ std::set<std::string> injectableCallees() {
         if (std::regex_search(line, found, platformFunction)) all.insert(found.str());
     }
     pclose(listing);
+#ifdef QUORVANE_HOST_WITHOUT_NEW_HANDLE
+    all.erase("DSNewHandle");  // a Host without it: the library finds none to call
+#endif
     return all;
 }
 
