@@ -117,7 +117,9 @@ bool runOnce(const Scenario& scenario, const Injection& injection, size_t nth, b
                                   noted.status == kQuorvaneStatusInternalError;
         elementsMayStay |= noted.step.rfind("Quorvane_Acquire", 0) == 0 && hostOrMemory;
     }
-    if (!elementsMayStay) EXPECT_EQ(fifos.elementsReleased, fifos.elementsAcquired);
+    if (!elementsMayStay) {
+        EXPECT_EQ(fifos.elementsReleased, fifos.elementsAcquired);
+    }
     EXPECT_EQ(HostSim_LiveReferenceCount(), 0u);
     // A handle without a block that DSNewHandle hands out can only be dropped: the Host gives
     // the library no function to dispose of handles.
