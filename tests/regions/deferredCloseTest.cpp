@@ -185,6 +185,33 @@ TEST_F(DeferredClose, FailedCloseOfTheResourceSessionLeavesTheDueParentOpen) {
     EXPECT_EQ(HostSim_ProgramStopRegistrationCount(), 1u) << "the parent keeps its cleanup registration";
 }
 
+// The last busy resource session's deferred close closes the parent along and reports both
+// answers by the merge rule, its own first: an error of either wins, else its own warning, else
+// the parent's. (The target closes both sessions each time; only the answers are scripted.)
+struct AlongCase {
+    int32_t child;
+    int32_t parent;
+    int32_t reported;
+};
+
+class ParentClosedAlong : public DeferredClose, public ::testing::WithParamInterface<AlongCase> {};
+
+TEST_P(ParentClosedAlong, ReportsBothAnswersByTheMergeRule) {
+    uint32_t resource = 0;
+    ASSERT_EQ(Quorvane_OpenResource(session, "a", 0, &resource), 0);
+    const uint32_t reference = acquire(resource, 0, 1);
+    EXPECT_EQ(Quorvane_Close(session, 0), -61217);
+    scriptAnswer("BrennDll_Close", GetParam().child, {}, kBrennSimAfterReal);
+    scriptAnswer("BrennDll_Close", GetParam().parent, {}, kBrennSimAfterReal);
+    EXPECT_EQ(HostSim_DeleteReference(reference), GetParam().reported);
+    EXPECT_EQ(closesOf(session), GetParam().parent == 0 ? 1u : 0u) << "the parent's close was made";
+    EXPECT_FALSE(registered(session));
+}
+
+INSTANTIATE_TEST_SUITE_P(Answers, ParentClosedAlong,
+                         ::testing::Values(AlongCase{0, -998, -998}, AlongCase{7, 0, 7}, AlongCase{0, 9, 9},
+                                           AlongCase{7, -998, -998}, AlongCase{0, 0, 0}));
+
 TEST_F(DeferredClose, ResourceSessionsNeedARegisteredParentThatIsNotAResourceSession) {
     uint32_t elsewhere = 0, resource = 0;
     ASSERT_EQ(BrennDll_Open("", "", "RIO1", 0, &elsewhere), 0);  // open, but not through this library
