@@ -1,11 +1,9 @@
 // The library's exports against the simulated target serving real data: FIFO transfers of
-// every element type and of composite elements, a real interrupt, and real regions handed
-// back in acquisition order whatever order the Host deletes them in.
-#include <chrono>
+// every element type and of composite elements, and real regions handed back in acquisition
+// order whatever order the Host deletes them in.
 #include <cstring>
 #include <ostream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "BrennDll.h"
@@ -14,11 +12,8 @@
 namespace quorvane::testing {
 namespace {
 
-using namespace std::chrono_literals;
-
 constexpr uint32_t kReadFifo = 1;
 constexpr uint32_t kWriteFifo = 2;
-constexpr uint32_t kIrqRegister = kBrennSimIrqRegister;
 
 struct ElementType {
     uint32_t typeCode;
@@ -99,38 +94,6 @@ TEST_F(SimulatedTarget, CompositeElementsGoThereAndBack) {
     EXPECT_EQ(stats(kWriteFifo).patternErrors, 0u);
 }
 
-TEST_F(SimulatedTarget, ReadFromAStoppedTargetTimesOut) {
-    ASSERT_EQ(BrennSim_SetFifoFpgaRunning(session_, kReadFifo, 0), 1);
-    void** array = newArray(7, 0);
-    uint32_t remaining = kUntouched;
-    EXPECT_EQ(Quorvane_ReadFifoScalar(session_, kReadFifo, 4, 7, 0, 20, array, &remaining), kBrennTimeout);
-    EXPECT_EQ(remaining, 0u);
-    EXPECT_EQ(countOf(array), 0);
-    ASSERT_EQ(BrennSim_FeedFifo(session_, kReadFifo, 6), 6u);
-    ASSERT_EQ(Quorvane_ReadFifoScalar(session_, kReadFifo, 4, 7, 0, 20, array, &remaining), 0);
-    EXPECT_EQ(remaining, 2u);
-}
-
-TEST_F(SimulatedTarget, InterruptRaisedByTheTargetIsWaitedForAndAcknowledged) {
-    void* context = nullptr;
-    uint32_t asserted = 0;
-    uint8_t timedOut = 9;
-    std::thread raiser([this] {
-        std::this_thread::sleep_for(20ms);
-        Quorvane_Write32(session_, kIrqRegister, 0x6);
-    });
-    ASSERT_EQ(Quorvane_WaitOnIrqs(session_, &context, 0x4, 5000, &asserted, &timedOut), 0);
-    raiser.join();
-    EXPECT_EQ(asserted, 0x4u);
-    EXPECT_EQ(timedOut, 0u);
-
-    ASSERT_EQ(Quorvane_AcknowledgeIrqs(session_, 0x4), 0);
-    ASSERT_EQ(Quorvane_WaitOnIrqs(session_, &context, 0x4, 20, &asserted, &timedOut), 0);
-    EXPECT_EQ(timedOut, 1u) << "acknowledged";
-    ASSERT_EQ(Quorvane_WaitOnIrqs(session_, &context, 0x2, 0, &asserted, &timedOut), 0);
-    EXPECT_EQ(asserted, 0x2u) << "the other bit is still asserted";
-}
-
 // ---- regions -----------------------------------------------------------------------------
 
 struct Region {
@@ -182,23 +145,6 @@ TEST_F(SimulatedRegions, RegionsPointAtThePatternAndComeBackInOrder) {
     EXPECT_EQ(s.releaseCalls, 3u);
     EXPECT_EQ(s.outOfOrderReleases, 0u);
     EXPECT_EQ(s.excessReleases, 0u);
-}
-
-TEST_F(SimulatedRegions, ReleasedElementsAreLentAgainWithTheNextCounts) {
-    ASSERT_EQ(Quorvane_ConfigureFifo(session_, kReadFifo, 8), 0);
-    const Region first = acquire(6);
-    ASSERT_EQ(first.count, 6u);
-    HostSim_DeleteReference(first.reference);
-    const Region wrapped = acquire(6);
-    EXPECT_EQ(wrapped.count, 2u) << "a region ends where the buffer ends";
-    const Region restarted = acquire(6);
-    ASSERT_EQ(restarted.count, 6u);
-    EXPECT_EQ(restarted.elements, first.elements) << "back at the start of the buffer";
-    EXPECT_EQ(restarted.elements[0], 8u);
-    HostSim_DeleteReference(restarted.reference);
-    HostSim_DeleteReference(wrapped.reference);
-    EXPECT_EQ(stats(kReadFifo).outOfOrderReleases, 0u);
-    EXPECT_EQ(stats(kReadFifo).elementsReleased, 14u);
 }
 
 }  // namespace

@@ -35,11 +35,13 @@ std::string Injection::name() const {
 std::vector<Injection> allInjections() {
     using K = Injection::Kind;
     std::vector<Injection> all{{K::Allocation, nullptr, 0}};
-    // The Host's answers: 2 (out of memory), 41 (an aborted call) and another error. A failing
-    // DSNewHandle gives either no handle (0) or a handle without a block (any other code).
+    // The Host's answers: 2 (out of memory), 41 (an aborted call) and another error; for
+    // RTSetCleanupProc also 0, its refusal of a cleanup procedure. A failing DSNewHandle gives
+    // either no handle (0) or a handle without a block (any other code).
     for (const char* function : {"NumericArrayResize", "RTSetCleanupProc", "EDVR_CreateReference"}) {
         for (int32_t code : {2, 41, 7}) all.push_back({K::Host, function, code});
     }
+    all.push_back({K::Host, "RTSetCleanupProc", 0});
 #ifndef QUORVANE_HOST_WITHOUT_NEW_HANDLE
     all.push_back({K::Host, "DSNewHandle", 0});
     all.push_back({K::Host, "DSNewHandle", 2});

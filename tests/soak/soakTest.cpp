@@ -22,7 +22,6 @@
 
 #include "Quorvane.h"
 #include "quarks/memory.h"
-#include "soakHistory.h"
 #include "soakHost.h"
 #include "soakWatchdog.h"
 #include "support/simulatedPlatform.h"
@@ -52,30 +51,16 @@ constexpr uint32_t kTimeouts[] = {0, 0, 1, 5, 20};
 constexpr size_t kMostReferences = 48;
 
 // Reports a failure seen on a soak thread; past the first twenty only counts them, so that a
-// broken invariant checked at every step does not flood the log. Remembers the first sessions
-// failures named, whose stories are told at the end.
+// broken invariant checked at every step does not flood the log.
 class Failures {
 public:
-    void add(const std::string& what, uint32_t session = 0) {
-        const uint64_t index = count_.fetch_add(1);
-        if (index >= kReported) return;
-        ADD_FAILURE() << what;
-        sessions_[index].store(session, std::memory_order_relaxed);
+    void add(const std::string& what) {
+        if (count_.fetch_add(1) < 20) ADD_FAILURE() << what;
     }
     uint64_t count() const { return count_.load(); }
-    std::vector<uint32_t> sessions() const {
-        std::vector<uint32_t> named;
-        for (size_t i = 0; i < std::min<uint64_t>(count(), kReported); ++i) {
-            const uint32_t session = sessions_[i].load(std::memory_order_relaxed);
-            if (session != 0 && std::find(named.begin(), named.end(), session) == named.end()) named.push_back(session);
-        }
-        return named;
-    }
 
 private:
-    static constexpr uint64_t kReported = 20;
     std::atomic<uint64_t> count_{0};
-    std::atomic<uint32_t> sessions_[kReported] = {};
 };
 
 // Outcomes worth counting, to show that the run reached the paths it is for.
@@ -89,14 +74,8 @@ struct Coverage {
 
 class Worker {
 public:
-    Worker(SoakHost& host, Failures& failures, Coverage& coverage, ThreadActivity& activity, ThreadHistory& history,
-           uint64_t seed)
-        : host_(host),
-          failures_(failures),
-          coverage_(coverage),
-          activity_(activity),
-          history_(history),
-          random_(seed) {}
+    Worker(SoakHost& host, Failures& failures, Coverage& coverage, ThreadActivity& activity, uint64_t seed)
+        : host_(host), failures_(failures), coverage_(coverage), activity_(activity), random_(seed) {}
 
     void run(uint64_t operations) {
         for (uint64_t i = 0; i < operations; ++i) {
@@ -157,15 +136,10 @@ private:
         return kOperations[0];
     }
 
-    // `related`: another session whose story belongs to a failure (a resource session's parent).
-    void expectIn(const char* what, int32_t status, std::initializer_list<int32_t> allowed, uint32_t related = 0) {
-        history_.record(what, activity_.session, status);
+    void expectIn(const char* what, int32_t status, std::initializer_list<int32_t> allowed) {
         if (std::find(allowed.begin(), allowed.end(), status) != allowed.end()) return;
-        std::string message =
-            std::string(what) + " on session 0x" + hex(activity_.session) + " answered " + std::to_string(status);
-        if (related != 0) message += " (resource session of 0x" + hex(related) + ")";
-        failures_.add(message, activity_.session);
-        if (related != 0) failures_.add("the story of 0x" + hex(related) + " follows", related);
+        failures_.add(std::string(what) + " on session 0x" + hex(activity_.session) + " answered " +
+                      std::to_string(status));
     }
 
     static std::string hex(uint32_t value) {
@@ -212,8 +186,6 @@ private:
         // or its handle already given to a resource session elsewhere.
         expectIn("open resource session", status, {0, -63100, -63195, -52005});
         if (status != 0) return;
-        history_.record("opened as a resource session", handle, 0);
-        history_.record("opened a resource session on it", parent->handle, static_cast<int32_t>(handle));
         ++coverage_.resourceSessions;
         host_.addSession(handle, parent);
     }
@@ -226,7 +198,7 @@ private:
         if (!host_.beginClose(session)) return;  // closed meanwhile, with its parent
         activity_.session = session->handle;
         const int32_t status = Quorvane_Close(session->handle, 0);
-        expectIn("close", status, {0, -61217}, session->parent ? session->parent->handle : 0);
+        expectIn("close", status, {0, -61217});
         if (status == -61217) ++coverage_.closesRefused;
         host_.forget(session);
     }
@@ -325,7 +297,7 @@ private:
     void abortCalls() { HostSim_AbortCallsInProgress(); }
 
     void programStop() {
-        history_.record("program stop", kEverySession, static_cast<int32_t>(host_.stopProgram()));
+        host_.stopProgram();
         SoakHost::Call call(host_);
         host_.forget(nullptr);  // the stop's cleanups own what was open before it
     }
@@ -334,7 +306,6 @@ private:
     Failures& failures_;
     Coverage& coverage_;
     ThreadActivity& activity_;
-    ThreadHistory& history_;
     Random random_;
 };
 
@@ -352,13 +323,11 @@ TEST_F(Soak, EveryInvariantHoldsUnderRandomOperationsOnSeveralThreads) {
     Failures failures;
     Coverage coverage;
     std::vector<ThreadActivity> activities(gOptions.threads);
-    std::vector<ThreadHistory> histories;
-    for (unsigned t = 0; t < gOptions.threads; ++t) histories.emplace_back(t);
     {
         Watchdog watchdog(std::chrono::seconds(gOptions.watchdogSeconds), activities, gOptions.replay());
         std::vector<Worker> workers;
         for (unsigned t = 0; t < gOptions.threads; ++t) {
-            workers.emplace_back(host, failures, coverage, activities[t], histories[t], gOptions.seed * 1000003 + t);
+            workers.emplace_back(host, failures, coverage, activities[t], gOptions.seed * 1000003 + t);
         }
         std::vector<std::thread> threads;
         for (Worker& worker : workers) threads.emplace_back([&] { worker.run(gOptions.operations); });
@@ -396,10 +365,6 @@ TEST_F(Soak, EveryInvariantHoldsUnderRandomOperationsOnSeveralThreads) {
         EXPECT_GT(coverage.regionsLent.load(), 0u);
         EXPECT_GT(coverage.closesRefused.load() + coverage.retriesRefused.load(), 0u);
         EXPECT_GT(host.stops(), 0u);
-    }
-    for (uint32_t session : failures.sessions()) {
-        std::printf("what the threads last did on session 0x%x:\n%s", session,
-                    ThreadHistory::story(histories, session).c_str());
     }
     if (HasFailure()) std::printf("replay: %s\n", gOptions.replay().c_str());
 }
