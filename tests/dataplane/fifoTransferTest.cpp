@@ -98,33 +98,6 @@ TEST_P(BadTypeCode, IsAnInvalidArgumentAndNothingIsTransferred) {
 }
 INSTANTIATE_TEST_SUITE_P(OutsideOneToEight, BadTypeCode, ::testing::Values(0u, 9u, 0xFFFFFFFFu));
 
-struct ResizeFailure {
-    int32_t hostResult;
-    int32_t status;
-};
-
-class FifoReadResizeFailure : public DataplaneTest, public ::testing::WithParamInterface<ResizeFailure> {};
-
-// A scalar read empties the array and reports nothing remaining; a composite read returns at
-// once, leaving array and count as they were.
-TEST_P(FifoReadResizeFailure, ReportsTheConvertedError) {
-    void** scalar = newArray(7, 6);
-    void** bytes = newArray(5, 6);
-    uint32_t remaining[2] = {kUntouched, kUntouched};
-    HostSim_FailNext("NumericArrayResize", GetParam().hostResult);
-    HostSim_FailNext("NumericArrayResize", GetParam().hostResult);
-    EXPECT_EQ(Quorvane_ReadFifoScalar(session_, kFifo, 2, 7, 0, kAnyTimeout, scalar, &remaining[0]), GetParam().status);
-    EXPECT_EQ(Quorvane_ReadFifoComposite(session_, kFifo, 2, 4, kAnyTimeout, bytes, &remaining[1]), GetParam().status);
-    EXPECT_EQ(countOf(scalar), 0);
-    EXPECT_EQ(remaining[0], 0u);
-    EXPECT_EQ(countOf(bytes), 6);
-    EXPECT_EQ(remaining[1], kUntouched);
-    EXPECT_EQ(callsSinceOpen(), 0u);
-}
-INSTANTIATE_TEST_SUITE_P(HostResults, FifoReadResizeFailure,
-                         ::testing::Values(ResizeFailure{2, -52000}, ResizeFailure{41, -50405},
-                                           ResizeFailure{1, -52003}, ResizeFailure{-3, -52003}));
-
 // The four transfers behind one signature: call with a library answer already scripted.
 struct Transfer {
     const char* name;

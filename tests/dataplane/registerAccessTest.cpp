@@ -159,8 +159,6 @@ INSTANTIATE_TEST_SUITE_P(Outcomes, ReadArray32Outcome,
                                            ArrayReadOutcome{"Error", 0, kLibraryError, 0, 4, kLibraryError, 0},
                                            ArrayReadOutcome{"Refused", 0x2000, 0, 0, 4, -61499, 0},
                                            ArrayReadOutcome{"ResizeOutOfMemory", 0, 0, 2, 4, -52000, 0},
-                                           ArrayReadOutcome{"ResizeAborted", 0, 0, 41, 4, -50405, 0},
-                                           ArrayReadOutcome{"ResizeOtherError", 0, 0, 1, 4, -52003, 0},
                                            ArrayReadOutcome{"ResizeNegativeError", 0, 0, -7, 4, -52003, 0}),
                          [](const auto& info) { return std::string(info.param.name); });
 
