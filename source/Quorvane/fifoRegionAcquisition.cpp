@@ -200,19 +200,18 @@ private:
     // callback never sees a half-made region.
     void recordRegion() noexcept {
         tMutexGuard queueGuard(*state_->queueMutex);
-        FifoRegion* region =
-            state_->regions.emplaceBack(FifoRegion{request_.session, request_.fifo, *request_.acquired, state_, false});
-        if (state_->regions.allocationFailed()) {
-            if (region != nullptr) state_->regions.popBack();  // an earlier failure still stands
+        FifoRegion* region = state_->regions().emplaceBack(request_.session, request_.fifo, *request_.acquired, state_);
+        if (state_->regions().allocationFailed()) {
+            if (region != nullptr) state_->regions().popBack();  // an earlier failure still stands
             tStatus queued;
-            state_->regions.reportInto(queued);
+            state_->regions().reportInto(queued);
             merge(queued.code32());
             return;
         }
         void* record = nullptr;
         const int32_t created = HostErrorToStatus(EDVR_CreateReference(request_.reference, &record));
         if (created < 0 || record == nullptr) {
-            state_->regions.popBack();  // the elements stay acquired in the FPGA interface library
+            state_->regions().popBack();  // the elements stay acquired in the FPGA interface library
             *request_.reference = 0;
             merge(created < 0 ? created : kStatusInternalError);
             return;

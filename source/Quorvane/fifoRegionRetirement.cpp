@@ -20,17 +20,17 @@ struct tRetirement {
 // was deleted out of turn; or only marks the region when an older one is still out.
 tRetirement retireFromFront(FifoRegionState& state, FifoRegion* region) noexcept {
     tMutexGuard queueGuard(*state.queueMutex);
-    if (state.regions.empty() || &state.regions.front() != region) {
-        region->released = true;  // an older region is still out: this one waits for it
+    if (state.regions().empty() || &state.regions().front() != region) {
+        state.markReleased(*region);  // an older region is still out: this one waits for it
         return {};
     }
     do {
-        const FifoRegion& front = state.regions.front();
+        const FifoRegion& front = state.regions().front();
         BrennDll_ReleaseFifoElements(markedForResourceCall(front.session), front.fifo, front.elementCount);
-        state.regions.popFront();
-    } while (!state.regions.empty() && state.regions.front().released);
+        state.regions().popFront();
+    } while (!state.regions().empty() && state.isReleased(state.regions().front()));
     state.regionEvent->set();
-    if (!state.regions.empty()) return {};
+    if (!state.regions().empty()) return {};
     // The record outlives its states, and this state holds queueMutex: both are still there.
     // The mark is only read here; the deferred close takes it under the registry lock.
     return {true, state.session->closePending.load() != 0, state.session->serial};

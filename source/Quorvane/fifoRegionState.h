@@ -31,13 +31,20 @@ class FifoRegionState;
 
 // One region lent to the Host. Never moves while queued: the Host's reference holds its address.
 struct FifoRegion {
+    FifoRegion(uint32_t session, uint32_t fifo, uint64_t elementCount, FifoRegionState* state) noexcept
+        : session(session), fifo(fifo), elementCount(elementCount), state(state) {}
+
     uint32_t session;  // as the Host passed it, without the resource-call bit
     uint32_t fifo;
     uint64_t elementCount;
     FifoRegionState* state;
+
+private:
+    friend class FifoRegionState;
     // The Host deleted it before every older region came back. Guarded by its state's
-    // queueMutex, like the queue that holds it (the analysis cannot tie a region to its state).
-    bool released;
+    // queueMutex, like the queue that holds it: read and written only through
+    // FifoRegionState::isReleased / markReleased, which require that mutex.
+    bool released_ = false;
 };
 
 class FifoRegionState {
@@ -54,10 +61,23 @@ public:
     tStatus creationStatus;
     // Guards the queue and the released flags of its regions; taken after acquireMutex.
     tMutex* queueMutex ACQUIRED_AFTER(acquireMutex) = nullptr;
-    tDeque<FifoRegion> regions GUARDED_BY(queueMutex);
     // Serialises acquisitions on the FIFO; a close takes it to wait for one in progress.
     tMutex* acquireMutex = nullptr;
     tEvent* regionEvent = nullptr;
+
+    // The queue and the released flags are reached only through these accessors, which require
+    // queueMutex: the analysis checks every read and write of them against it, including the
+    // released flag of a region, which it could not tie to this mutex as a field of the region.
+    // Inline and trivial: nothing is added at run time.
+    //
+    // The regions lent and not yet handed back, oldest first.
+    tDeque<FifoRegion>& regions() noexcept REQUIRES(queueMutex) { return regions_; }
+    // Whether the Host deleted `region`, one of this state's regions, out of turn.
+    bool isReleased(const FifoRegion& region) const noexcept REQUIRES(queueMutex) { return region.released_; }
+    void markReleased(FifoRegion& region) noexcept REQUIRES(queueMutex) { region.released_ = true; }
+
+private:
+    tDeque<FifoRegion> regions_ GUARDED_BY(queueMutex);
 };
 
 // The state of a FIFO as FindOrBuildFifoRegionState found it: null whenever `code` is an error.

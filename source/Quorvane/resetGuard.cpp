@@ -18,9 +18,9 @@ bool SessionHasOutstandingRegions(uint32_t session) noexcept {
     tSessionRecord* record = registry.find(session);
     if (record == nullptr) return false;
     tSharedLock recordGuard(*record->lock);
-    for (auto& [fifo, state] : record->fifoStates.items()) {
+    for (auto& [fifo, state] : record->fifoStates().items()) {
         tMutexGuard queueGuard(*state.queueMutex);
-        if (!state.regions.empty()) return true;
+        if (!state.regions().empty()) return true;
     }
     return false;
 }

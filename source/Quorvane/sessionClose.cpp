@@ -42,14 +42,14 @@ struct tCloseRequest {
 bool scanFifoStates(tSessionRecord& record) noexcept REQUIRES(gRegistryLock) {
     bool busy = false;
     tExclusiveLock recordGuard(*record.lock);
-    auto& states = record.fifoStates.items();
+    auto& states = record.fifoStates().items();
     for (auto it = states.begin(); it != states.end();) {
         FifoRegionState& state = it->second;
         bool outstanding;
         {
             tMutexGuard acquireGuard(*state.acquireMutex);  // waits for an acquisition in progress
             tMutexGuard queueGuard(*state.queueMutex);
-            outstanding = !state.regions.empty();
+            outstanding = !state.regions().empty();
             if (outstanding) record.closePending.store(1);
         }
         if (outstanding) {
@@ -80,18 +80,18 @@ tCloseSteps runCloseSteps(tSessionRegistry& registry, tSessionRecord& record, ui
         steps.busy = true;
         return steps;
     }
-    if (tSessionRecord* parent = record.parent) {
-        parent->children.removeFirst(session);
-        if (parent->closeWithLastChild && parent->children.empty()) {
+    if (tSessionRecord* parent = record.parent()) {
+        parent->children().removeFirst(session);
+        if (parent->closeWithLastChild() && parent->children().empty()) {
             steps.parent = {registry.keyOf(parent), parent->serial};
         }
     }
-    auto& children = record.children.items();
+    auto& children = record.children().items();
     for (auto it = children.begin(); it != children.end();) {
         const uint32_t child = *it;
         tSessionRecord* childRecord = registry.find(child);
         if (childRecord != nullptr && scanFifoStates(*childRecord)) {
-            record.closeWithLastChild = 1;
+            record.closeWithLastChild() = 1;
             steps.busy = true;
             ++it;
             continue;
@@ -119,8 +119,8 @@ bool admits(const tCloseRequest& request, tSessionRecord* record) noexcept REQUI
         case tCloser::deferred:
             return record != nullptr && record->serial == request.serial && record->closePending.exchange(0) != 0;
         case tCloser::lastChild:
-            return record != nullptr && record->serial == request.serial && record->closeWithLastChild != 0 &&
-                   record->children.empty();
+            return record != nullptr && record->serial == request.serial && record->closeWithLastChild() != 0 &&
+                   record->children().empty();
     }
     return false;
 }

@@ -9,7 +9,7 @@ std::atomic<uint64_t> gNextSerial{1};
 }  // namespace
 
 tSessionRecord::tSessionRecord() noexcept : serial(gNextSerial.fetch_add(1, std::memory_order_relaxed)) {
-    fifoStates.reportInto(status);
+    fifoStates_.reportInto(status);
     lock = static_cast<tReaderWriterLock*>(allocateWithStatus(sizeof(tReaderWriterLock), status));
     if (lock != nullptr) new (lock) tReaderWriterLock(status);
 }

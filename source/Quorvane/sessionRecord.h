@@ -39,12 +39,27 @@ struct tSessionRecord {
     // such a record is never registered. Taken after the registry lock, before any FIFO state's
     // mutexes.
     tReaderWriterLock* lock ACQUIRED_AFTER(gRegistryLock) = nullptr;
-    tMap<uint32_t, FifoRegionState> fifoStates GUARDED_BY(lock);
+
+    // The guarded fields are private and reached only through these accessors, each of which
+    // requires the field's lock, so the analysis checks every read and write of a guarded field
+    // against its lock. Inline and trivial: they cost nothing at run time.
+    //
+    // The FIFO states. The record's lock held shared is enough to look a state up or walk them
+    // (each state has locks of its own); states are added and removed only with it held
+    // exclusively. The analysis checks the hold, not its mode, for calls on the map.
+    tMap<uint32_t, FifoRegionState>& fifoStates() noexcept REQUIRES_SHARED(lock) { return fifoStates_; }
     // Resource sessions opened on this session, in the order of opening.
-    tList<uint32_t> children GUARDED_BY(gRegistryLock);
+    tList<uint32_t>& children() noexcept REQUIRES(gRegistryLock) { return children_; }
     // For a resource session: the record of the session it was opened on.
-    tSessionRecord* parent GUARDED_BY(gRegistryLock) = nullptr;
-    uint8_t closeWithLastChild GUARDED_BY(gRegistryLock) = 0;
+    tSessionRecord*& parent() noexcept REQUIRES(gRegistryLock) { return parent_; }
+    // Set when a close was refused because a resource session was busy (sessionClose.cpp).
+    uint8_t& closeWithLastChild() noexcept REQUIRES(gRegistryLock) { return closeWithLastChild_; }
+
+private:
+    tMap<uint32_t, FifoRegionState> fifoStates_ GUARDED_BY(lock);
+    tList<uint32_t> children_ GUARDED_BY(gRegistryLock);
+    tSessionRecord* parent_ GUARDED_BY(gRegistryLock) = nullptr;
+    uint8_t closeWithLastChild_ GUARDED_BY(gRegistryLock) = 0;
 };
 
 }  // namespace quorvane

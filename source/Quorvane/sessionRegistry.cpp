@@ -37,13 +37,13 @@ int32_t linkToParent(tSessionRegistry& registry, tSessionRecord& record, uint32_
     if (parentRecord == nullptr) return kStatusSessionNotRegistered;
     // A resource session on a resource session would outlive the closes that end its parent:
     // refused, and Quorvane_OpenResource closes it again.
-    if (parentRecord->parent != nullptr) return kStatusInvalidArgument;
-    if (!parentRecord->children.pushBack(session)) {
+    if (parentRecord->parent() != nullptr) return kStatusInvalidArgument;
+    if (!parentRecord->children().pushBack(session)) {
         tStatus status;
-        parentRecord->children.reportInto(status);
+        parentRecord->children().reportInto(status);
         return status.code32();
     }
-    record.parent = parentRecord;
+    record.parent() = parentRecord;
     return kStatusSuccess;
 }
 }  // namespace

@@ -211,8 +211,8 @@ TEST_F(RegionAcquisition, TwoRegionsAreQueuedInAcquisitionOrder) {
     EXPECT_EQ(regions[0]->state, regions[1]->state);
     {
         tMutexGuard queueGuard(*regions[0]->state->queueMutex);
-        EXPECT_EQ(&regions[0]->state->regions.front(), regions[0]);
-        EXPECT_EQ(&regions[0]->state->regions.back(), regions[1]);
+        EXPECT_EQ(&regions[0]->state->regions().front(), regions[0]);
+        EXPECT_EQ(&regions[0]->state->regions().back(), regions[1]);
     }
     HostSim_DeleteReference(second);
     HostSim_DeleteReference(first);

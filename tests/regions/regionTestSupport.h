@@ -62,7 +62,7 @@ protected:
         tSharedLock registryGuard(gRegistryLock);
         tSessionRecord* record = sessionRegistry().find(handle);
         tSharedLock recordGuard(*record->lock);
-        return record->fifoStates.size();
+        return record->fifoStates().size();
     }
     static bool closePending(uint32_t handle) {
         tSharedLock registryGuard(gRegistryLock);
