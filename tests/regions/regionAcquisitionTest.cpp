@@ -166,6 +166,23 @@ TEST_F(RegionAcquisition, RetirementWakesAWaitingAcquirerWhichRetriesWithTheTime
     HostSim_DeleteReference(reference);
 }
 
+// An acquisition waiting for room holds no registry lock: a session opens and closes meanwhile,
+// and the retirement after that still reaches the acquirer within its time-out.
+TEST_F(RegionAcquisition, OpensAndClosesGoOnWhileAnAcquisitionWaitsForRoom) {
+    const uint32_t held = acquire(session, 1, 2);
+    scriptAnswer("BrennDll_AcquireFifoReadElementsU32", -61219);
+    scriptAnswer("BrennDll_AcquireFifoReadElementsU32", 0, {4, 0});
+    uint32_t reference = 0;
+    int32_t result = 1;
+    std::thread acquirer([&] { result = acquireWith(5000, &reference); });
+    while (BrennSim_ScriptsPending("BrennDll_AcquireFifoReadElementsU32") != 1) std::this_thread::yield();
+    EXPECT_EQ(Quorvane_Close(openSession(), 0), 0);
+    HostSim_DeleteReference(held);
+    acquirer.join();
+    EXPECT_EQ(result, 0) << "the open waited for the acquisition to give up";
+    HostSim_DeleteReference(reference);
+}
+
 // The time-out's clock starts only when a step has to wait; waiting for another acquisition on
 // the same FIFO is such a step and counts against the time-out.
 TEST_F(RegionAcquisition, WaitingForAnotherAcquisitionCountsAgainstTheTimeout) {
