@@ -4,6 +4,8 @@
 // without reaching it, once failing only the Nth (transient) and once the Nth and every later
 // one (persistent). After each run, with nothing injected any more, the Host cleans up as a
 // careful Host does, and then:
+//   - the export the first failure hit reported it, as the status that failure stands for
+//     (see reportedAs), unless the library documents that the export goes on without it;
 //   - every status the library returned is one it documents or one the platform gave it;
 //   - every session closes: none is left open on the target or registered in the library;
 //   - each handle reached a successful BrennDll_Close exactly once, and no close reached the
@@ -11,8 +13,9 @@
 //   - every acquired element went back, in order and never twice (unless the release itself
 //     was the call made to fail, which keeps its elements lent);
 //   - no Host handle, Host reference or block of the library's own is left.
-// Each run has a process of its own (see runIsolated). At the end it prints which steps each injection reached with
-// which call, and which of the functions the library imports no scenario made fail.
+// Each run has a process of its own (see runIsolated). At the end it prints which steps each
+// injection reached with which call, and which of the functions the library imports no scenario
+// made fail.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
