@@ -1,5 +1,7 @@
 #include "faultScenarios.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 
 #include "HostSim.h"
@@ -187,12 +189,14 @@ uint32_t ScenarioRun::acquire(uint32_t session, bool read, uint32_t type, uint32
     uint32_t reference = 0;
     size_t acquired = 0, remaining = 0;
     const char* name = read ? "Quorvane_AcquireFifoReadRegionScalar" : "Quorvane_AcquireFifoWriteRegionScalar";
-    step(name, [&] {
+    const int32_t status = step(name, [&] {
         return read ? Quorvane_AcquireFifoReadRegionScalar(session, fifo, &reference, kElements, type, 0, kNoWait,
                                                            &acquired, &remaining)
                     : Quorvane_AcquireFifoWriteRegionScalar(session, fifo, &reference, kElements, type, 0, kNoWait,
                                                             &acquired, &remaining);
     });
+    // A failed acquisition lends nothing: the Host is given no reference to delete.
+    EXPECT_TRUE(status >= 0 || reference == 0) << name << " answered " << status << " with reference " << reference;
     if (reference != 0) references.push_back(reference);
     return reference;
 }
