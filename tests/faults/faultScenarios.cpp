@@ -4,8 +4,10 @@
 
 #include <algorithm>
 
+#include "BrennSim.h"
 #include "HostSim.h"
 #include "Quorvane.h"
+#include "support/simulatedPlatform.h"
 
 namespace quorvane::testing {
 
@@ -156,6 +158,18 @@ void programStop(ScenarioRun& run) {
     });
 }
 
+// Whether the last close of `handle` that reached the target failed.
+bool lastCloseFailed(uint32_t handle) {
+    bool failed = false;
+    for (size_t i = 0; i < BrennSim_CallCount(); ++i) {
+        BrennSimCall call{};
+        if (BrennSim_GetCall(i, &call) && std::string(call.function) == "BrennDll_Close" && call.args[0] == handle) {
+            failed = call.result < 0;
+        }
+    }
+    return failed;
+}
+
 }  // namespace
 
 uint32_t ScenarioRun::open() {
@@ -164,7 +178,11 @@ uint32_t ScenarioRun::open() {
     // again, or, when that close failed too, of one still open on the target, which only the Host
     // can close now. The loop closes it if the target still has it open.
     if (step("Quorvane_Open", [&] { return Quorvane_Open("", "", "RIO0", 0, &handle); }) < 0) {
-        if (handle != 0) orphans.push_back(handle);
+        if (handle != 0) {
+            EXPECT_TRUE(!BrennSim_IsSessionOpen(handle) || lastCloseFailed(handle)) << "a failed open left it open";
+            EXPECT_FALSE(isRegistered(handle)) << "a failed open left it registered";
+            orphans.push_back(handle);
+        }
         return 0;
     }
     sessions.push_back(handle);
