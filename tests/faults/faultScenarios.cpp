@@ -4,7 +4,6 @@
 
 #include <algorithm>
 
-#include "BrennSim.h"
 #include "HostSim.h"
 #include "Quorvane.h"
 #include "support/simulatedPlatform.h"
@@ -161,11 +160,8 @@ void programStop(ScenarioRun& run) {
 // Whether the last close of `handle` that reached the target failed.
 bool lastCloseFailed(uint32_t handle) {
     bool failed = false;
-    for (size_t i = 0; i < BrennSim_CallCount(); ++i) {
-        BrennSimCall call{};
-        if (BrennSim_GetCall(i, &call) && std::string(call.function) == "BrennDll_Close" && call.args[0] == handle) {
-            failed = call.result < 0;
-        }
+    for (const BrennSimCall& call : callsOf("BrennDll_Close")) {
+        if (call.args[0] == handle) failed = call.result < 0;
     }
     return failed;
 }
