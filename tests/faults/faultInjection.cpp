@@ -114,8 +114,4 @@ std::string failedCallee(const Injection& injection, size_t nth, size_t allocati
     return "?";
 }
 
-uint64_t allocationCount() {
-    return allocationRequests();
-}
-
 }  // namespace quorvane::testing

@@ -32,7 +32,5 @@ size_t failuresCaused(const Injection& injection);
 // What the failure hit, for the list of sites reached: the function that failed (an allocation
 // counts as "allocation") and, for allocations, which one of the step it was.
 std::string failedCallee(const Injection& injection, size_t nth, size_t allocationsBeforeStep);
-// Allocation requests the library has made so far.
-uint64_t allocationCount();
 
 }  // namespace quorvane::testing

@@ -90,13 +90,9 @@ void cleanUp(ScenarioRun& run) {
     for (void** array : run.stringArrays) HostSim_DisposeStringArray(array);
 }
 
-struct Reached {
-    std::map<std::string, std::set<std::string>> sites;  // injection -> "step: callee"
-    std::set<std::string> callees;
-};
-
-// One run: returns whether the injection was reached; records the site it hit.
-bool runOnce(const Scenario& scenario, const Injection& injection, size_t nth, bool persistent, Reached& reached) {
+// One run. Answers "hit" or "missed" (whether the injection was reached), and on a second line
+// the site the first failure hit: "injection<tab>step: callee".
+std::string runOnce(const Scenario& scenario, const Injection& injection, size_t nth, bool persistent) {
     BrennSim_Reset();
     HostSim_Reset();
     MoskSrvSim_Reset();
@@ -109,17 +105,14 @@ bool runOnce(const Scenario& scenario, const Injection& injection, size_t nth, b
     uint64_t allocationsBefore = 0;
     run.beforeStep = [&](const char*) {
         failuresBefore = failuresCaused(injection);
-        allocationsBefore = allocationCount();
+        allocationsBefore = allocationRequests();
     };
     size_t hitStep = 0;
     std::string hitCallee;
-    run.afterStep = [&](const char* step) {
+    run.afterStep = [&](const char*) {
         if (failuresBefore == 0 && failuresCaused(injection) != 0) {
-            const std::string callee = failedCallee(injection, nth, allocationsBefore);
             hitStep = run.statuses.size() - 1;
-            hitCallee = callee;
-            reached.sites[injection.name()].insert(std::string(step) + ": " + callee);
-            reached.callees.insert(injection.kind == Injection::Kind::Allocation ? "allocation" : callee);
+            hitCallee = failedCallee(injection, nth, allocationsBefore);
         }
     };
     arm(injection, nth, persistent);
@@ -171,20 +164,13 @@ bool runOnce(const Scenario& scenario, const Injection& injection, size_t nth, b
     EXPECT_EQ(HostSim_LiveHandleCount(), handlesBefore + (blocklessHandles ? failures : 0));
     EXPECT_EQ(heap::liveBlocks(), blocksBefore);
     if (::testing::Test::HasFailure()) {
-        // What the Host saw and what reached the target, to tell the story of the broken run.
-        std::string story = "steps:";
+        std::string story = "steps:";  // what the Host saw, to tell the story of the broken run
         for (const ScenarioRun::Noted& noted : run.statuses)
             story += " " + noted.step + "=" + std::to_string(noted.status);
-        story += "\ntarget calls:";
-        for (size_t i = 0; i < BrennSim_CallCount(); ++i) {
-            BrennSimCall call{};
-            if (BrennSim_GetCall(i, &call))
-                story += " " + std::string(call.function) + "(" + std::to_string(call.args[0]) +
-                         ")=" + std::to_string(call.result);
-        }
         ADD_FAILURE() << story;
     }
-    return hit;
+    if (hitCallee.empty()) return hit ? "hit\n" : "missed\n";
+    return "hit\n" + injection.name() + "\t" + run.statuses[hitStep].step + ": " + hitCallee + "\n";
 }
 
 // The functions the library calls that a failure can be injected into: allocations, and every
@@ -211,6 +197,7 @@ std::set<std::string> injectableCallees() {
 // process: a container's allocation failure stays raised for the life of the process, and
 // would end every later open of a run in the same one. A crash ends only the child, and is
 // reported with the run it ended. Answers whether the injection was reached.
+using Reached = std::map<std::string, std::set<std::string>>;  // injection -> "step: callee"
 bool runIsolated(const Scenario& scenario, const Injection& injection, size_t nth, bool persistent, Reached& reached) {
     int channel[2];
     if (pipe(channel) != 0) {
@@ -221,13 +208,7 @@ bool runIsolated(const Scenario& scenario, const Injection& injection, size_t nt
     const pid_t child = fork();
     if (child == 0) {
         close(channel[0]);
-        Reached own;
-        const bool hit = runOnce(scenario, injection, nth, persistent, own);
-        std::string report = hit ? "hit\n" : "missed\n";
-        for (const auto& [name, sites] : own.sites) {
-            for (const std::string& site : sites) report += "site\t" + name + "\t" + site + "\n";
-        }
-        for (const std::string& callee : own.callees) report += "callee\t" + callee + "\n";
+        const std::string report = runOnce(scenario, injection, nth, persistent);
         for (size_t done = 0; done < report.size();) {
             const ssize_t wrote = write(channel[1], report.data() + done, report.size() - done);
             if (wrote <= 0) break;
@@ -250,18 +231,10 @@ bool runIsolated(const Scenario& scenario, const Injection& injection, size_t nt
                       << (WIFSIGNALED(outcome) ? ", ended by signal " + std::to_string(WTERMSIG(outcome)) : "");
     }
     std::istringstream lines(report);
-    std::string line;
+    std::string line, site;
     std::getline(lines, line);
-    const bool hit = line == "hit";
-    while (std::getline(lines, line)) {
-        const size_t tab = line.find('\t');
-        if (line.rfind("callee\t", 0) == 0) reached.callees.insert(line.substr(tab + 1));
-        if (line.rfind("site\t", 0) == 0) {
-            const size_t second = line.find('\t', tab + 1);
-            reached.sites[line.substr(tab + 1, second - tab - 1)].insert(line.substr(second + 1));
-        }
-    }
-    return hit;
+    if (std::getline(lines, site)) reached[site.substr(0, site.find('\t'))].insert(site.substr(site.find('\t') + 1));
+    return line == "hit";
 }
 
 TEST(FaultLoop, EveryScenarioSurvivesEveryInjectedFailureAtEveryPlace) {
@@ -281,14 +254,19 @@ TEST(FaultLoop, EveryScenarioSurvivesEveryInjectedFailureAtEveryPlace) {
         }
     }
     std::printf("fault loop: %zu runs\n", runs);
-    for (const auto& [injection, sites] : reached.sites) {
+    std::set<std::string> failed;  // the callees made to fail, every allocation as one
+    for (const auto& [injection, sites] : reached) {
         std::printf("  %s reached %zu sites:\n", injection.c_str(), sites.size());
-        for (const std::string& site : sites) std::printf("    %s\n", site.c_str());
+        for (const std::string& site : sites) {
+            std::printf("    %s\n", site.c_str());
+            const std::string callee = site.substr(site.find(": ") + 2);
+            failed.insert(callee.rfind("allocation", 0) == 0 ? "allocation" : callee);
+        }
     }
     const std::set<std::string> callees = injectableCallees();
     EXPECT_GT(callees.size(), 40u) << "the library's imports could not be listed";
     for (const std::string& callee : callees) {
-        EXPECT_TRUE(reached.callees.count(callee)) << "no scenario makes " << callee << " fail";
+        EXPECT_TRUE(failed.count(callee)) << "no scenario makes " << callee << " fail";
     }
 }
 
