@@ -1,11 +1,10 @@
-// Runs a built program as a user does, through the shell: its standard output read as it comes,
-// its standard error kept in a file, and its exit code.
+// Runs a built program through the shell as a user does: its standard output and error, its exit code.
 #pragma once
 
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -14,42 +13,29 @@
 namespace quorvane::testing {
 
 // A file under the temporary folder, removed when the object goes.
-class TempFile {
-public:
+struct TempFile {
     explicit TempFile(const std::string& name, const std::string& contents = "")
-        : path_(std::filesystem::temp_directory_path() / (std::to_string(getpid()) + "." + name)) {
-        std::ofstream(path_) << contents;
+        : path(std::filesystem::temp_directory_path() / (std::to_string(getpid()) + "." + name)) {
+        std::ofstream(path) << contents;
     }
-    ~TempFile() { std::filesystem::remove(path_); }
-    TempFile(const TempFile&) = delete;
-    TempFile& operator=(const TempFile&) = delete;
-    std::string path() const { return path_.string(); }
+    ~TempFile() { std::filesystem::remove(path); }
     std::string read() const {
         std::ostringstream text;
-        text << std::ifstream(path_).rdbuf();
+        text << std::ifstream(path).rdbuf();
         return text.str();
     }
-
-private:
-    std::filesystem::path path_;
+    const std::filesystem::path path;
 };
 
 struct ProgramRun {
-    int exitCode = -1;
+    int exitCode;
     std::string out, err;
 };
 
 inline ProgramRun runProgram(const std::string& command) {
-    const TempFile err("err");
-    ProgramRun run;
-    FILE* pipe = popen((command + " </dev/null 2>" + err.path()).c_str(), "r");
-    if (pipe == nullptr) return run;
-    char buffer[4096];
-    for (size_t got; (got = std::fread(buffer, 1, sizeof buffer, pipe)) != 0;) run.out.append(buffer, got);
-    const int status = pclose(pipe);
-    if (WIFEXITED(status)) run.exitCode = WEXITSTATUS(status);
-    run.err = err.read();
-    return run;
+    const TempFile out("out"), err("err");
+    const int status = std::system((command + " </dev/null >" + out.path.string() + " 2>" + err.path.string()).c_str());
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, out.read(), err.read()};
 }
 
 }  // namespace quorvane::testing

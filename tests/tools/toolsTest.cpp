@@ -1,11 +1,10 @@
-// The demo program end to end: it streams through the default target, through targets described
-// in files and through the example board that misbehaves on purpose, reports every status it met
-// and leaves nothing open, and refuses what it cannot do. Also the pattern check that its count
-// of data errors rests on, which no run makes find a fault.
+// The demo and quorvane-status run end to end as users run them, and the pattern check that the
+// demo's count of data errors rests on, which no run makes find a fault.
 #include <gmock/gmock.h>
 
 #include <regex>
 
+#include "QuorvaneVersion.h"
 #include "pattern.h"
 #include "programRun.h"
 
@@ -21,47 +20,9 @@ std::string steady(const std::string& out) {
     return std::regex_replace(kept, std::regex(" [0-9.]+ [KMG]?i?B/s *"), " R ");
 }
 
-// The demo run with `arguments` on a target described by `description` (none: the default target,
-// or one the arguments name).
-ProgramRun runDemo(const std::string& description, const std::string& arguments) {
-    const TempFile file("board.target", description);
-    return runProgram(QUORVANE_DEMO " " + (description.empty() ? "" : "--target " + file.path() + " ") + arguments);
-}
-
-TEST(Demo, StreamsTheDefaultTargetAndSaysSo) {
-    const ProgramRun run = runDemo("", "--amount 1M --type U8 --block 4096");
-    EXPECT_EQ(run.exitCode, 0) << run.err;
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(steady(run.out), R"(quorvane-demo: streaming through the simulated FPGA target with libQuorvane
-target: Default simulated target (undeclared FIFOs are made on first use)
-  to host    FIFO 0 (undeclared) U8, depth 32768, pattern start 0 step 1
-  to target  FIFO 1 (undeclared) U8, depth 32768, pattern start 0 step 1
-
-summary
-  to host, FIFO 0      1.00 MiB at R 1.00 MiB at R 
-  to target, FIFO 1    1.00 MiB at R 1.00 MiB at R 
-  regions: 512 acquired, 512 retired; references still live: 0
-  target, FIFO 0: 1048576 elements lent, 1048576 handed back
-    in 256 releases; 1048576 elements copied
-  target, FIFO 1: 1048576 elements lent, 1048576 handed back
-    in 256 releases; 1048576 elements copied
-  statuses met:
-          0  x 1543     success
-    (quorvane-status CODE explains any code)
-  data errors: 0 (host checks 0, target pattern checks 0,
-    out-of-order releases 0, excess releases 0, elements unaccounted 0)
-sessions still open on the target: 0, live Host references: 0
-demo finished: 4.00 MiB moved, 0 data errors, 0 error statuses
-)");
-}
-
-// Each stream meets a fault: every status is printed with its meaning where it happens and in
-// the summary, the refused release and close are dealt with, and nothing is left open.
-TEST(Demo, ReportsEveryFaultOfTheFlakyBoard) {
-    const ProgramRun run = runDemo("", "--target " BRENN_EXAMPLES_DIR "/flaky-board.target");
-    EXPECT_EQ(run.exitCode, 1);
-    EXPECT_EQ(run.err, "");
-    EXPECT_EQ(steady(run.out), R"(quorvane-demo: streaming through the simulated FPGA target with libQuorvane
+// Each stream of the example board meets a fault: every status is printed with its meaning where
+// it happens and in the summary, the refused release and close are dealt with, nothing is left open.
+constexpr const char* kFlakyBoardRun = R"(quorvane-demo: streaming through the simulated FPGA target with libQuorvane
 target: Flaky acquisition board
   FIFO 1: declared depth 131072 holds fewer than 4 blocks; configured to 524288
   to host    FIFO 0 "Samples" I16, depth 262144, pattern start 0 step 3
@@ -101,17 +62,23 @@ summary
     out-of-order releases 0, excess releases 0, elements unaccounted 65536)
 sessions still open on the target: 0, live Host references: 0
 demo finished: 4.12 MiB moved, 65536 data errors, 6 error statuses
-)");
-}
+)";
 
 constexpr const char* kBoard =
     "target Test board\n"
     "fifo 2 Samples to-host I16 depth 65536 pattern counter start 5 step 3\n"
     "fifo 3 Waveform to-target U32 depth 300000 rate 40000000 pattern counter start 7 step 11\n";
 
+// A default run's summary: every region retired, every element lent handed back, in whole blocks.
+constexpr const char* kDefaultSummary =
+    "  regions: 512 acquired, 512 retired; references still live: 0\n  target, FIFO 0: 1048576 elements lent, "
+    "1048576 handed back\n    in 256 releases; 1048576 elements copied\n  target, FIFO 1: 1048576 elements lent";
+
 // Description of the target (none: the default one), arguments, exit code, what standard error
-// holds, a line standard output holds (none: it holds nothing).
-const std::tuple<std::string, const char*, int, const char*, const char*> kRuns[] = {
+// holds (none: nothing), what steady() keeps of standard output (none: it holds nothing).
+const std::tuple<std::string, const char*, int, const char*, const char*> kDemoRuns[] = {
+    {"", "--amount 1M --type U8 --block 4096", 0, "", kDefaultSummary},
+    {"", "--target " BRENN_EXAMPLES_DIR "/flaky-board.target", 1, "", kFlakyBoardRun},
     {"", "--amount 4M --block 10000 --type I8", 0, "", "(undeclared) I8, depth 80000"},
     {"", "--amount 4M --block 10000 --type U16", 0, "", "(undeclared) U16, depth 80000"},
     {"", "--amount 4M --block 10000 --type U64", 0, "", "(undeclared) U64, depth 80000"},
@@ -119,10 +86,8 @@ const std::tuple<std::string, const char*, int, const char*, const char*> kRuns[
     {kBoard, "--amount 2M --path copies", 0, "", "4.00 MiB moved"},
     {"target R\nfifo 0 In to-host U8 pattern constant 0xA5\n", "--amount 1M", 0, "", "165 step 0\n  to target  no"},
     {kBoard, "--type U8", 2, "FIFO 2 is declared I16, not U8\n", "(nothing streamed: FIFO 2"},
-    {kBoard, "--read-fifo 3", 2, "--read-fifo 3: the target declares that FIFO to target\n",
-     "0 B moved, 0 data errors, 0 error statuses (nothing streamed: --read-fifo 3"},
-    {"target Broken\nfifo 0 Samples to-host U24\n", "", 1, ":2: unknown element type 'U24'",
-     "\n  error -63103 from Quorvane_Open: the target description could not be loaded\n"},
+    {kBoard, "--read-fifo 3", 2, "the target declares that FIFO to target\n", "0 B moved, 0 data errors, 0 error"},
+    {"target B\nfifo 0 S to-host U24\n", "", 1, ":2: unknown element type 'U24'", "error -63103 from Quorvane_Open: "},
     {"", "--frobnicate", 2, "quorvane-demo: unknown option '--frobnicate'", ""},
     {"", "--target /no/board", 1, "target description '/no/board' does not exist\n", ""},
     {"", "--target /", 1, "target description '/' is a directory, not a file\n", ""}};
@@ -131,11 +96,14 @@ class DemoRun : public ::testing::TestWithParam<size_t> {};
 
 // Every session opened is closed; a run that streamed deleted every region it acquired.
 TEST_P(DemoRun, ExitsAsItShouldAndLeavesNothingOpen) {
-    const auto& [description, arguments, exitCode, err, out] = kRuns[GetParam()];
-    const ProgramRun run = runDemo(description, arguments);
+    const auto& [description, arguments, exitCode, err, out] = kDemoRuns[GetParam()];
+    const TempFile board("board.target", description);
+    const std::string target = description.empty() ? "" : "--target " + board.path.string() + " ";
+    const ProgramRun run = runProgram(QUORVANE_DEMO " " + target + arguments);
     EXPECT_EQ(run.exitCode, exitCode) << arguments << "\n" << run.err;
     EXPECT_THAT(run.err, HasSubstr(err));
-    EXPECT_THAT(run.out, HasSubstr(out));
+    EXPECT_EQ(run.err.empty(), *err == '\0') << run.err;
+    EXPECT_THAT(steady(run.out), HasSubstr(out));
     EXPECT_EQ(run.out.empty(), *out == '\0') << "a refusal before the open prints nothing else";
     const bool closed = run.out.find("still open on the target: 0, live Host references: 0\n") != run.out.npos;
     EXPECT_EQ(closed, *out != '\0') << run.out;
@@ -145,7 +113,7 @@ TEST_P(DemoRun, ExitsAsItShouldAndLeavesNothingOpen) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Runs, DemoRun, ::testing::Range<size_t>(0, std::size(kRuns)));
+INSTANTIATE_TEST_SUITE_P(Runs, DemoRun, ::testing::Range<size_t>(0, std::size(kDemoRuns)));
 
 // The pattern written is read back as right, and each broken element is found, for every
 // element type, from any index, unaligned too.
@@ -160,6 +128,44 @@ TEST(Demo, PatternChecksFindEveryBrokenElement) {
         EXPECT_EQ(tools::countMismatches(code, data.data() + 1, 64, wrapping, 77), 2u) << code;
     }
 }
+
+// The codes the library and the simulated target document, in the tool's order, written out here
+// so that a code dropped from its list or given another value is noticed.
+TEST(QuorvaneStatus, ListsExactlyTheDocumentedCodes) {
+    const ProgramRun documented = runProgram(QUORVANE_STATUS_PROGRAM
+                                             " 0 -52000 -52003 -52005 -52007 -52008 -50400 -50405 -61217 -61219 -61499 "
+                                             "-63080 -63195 -63100 -63101 -63102 -63103");
+    EXPECT_EQ(documented.exitCode, 0) << documented.out;
+    EXPECT_EQ(runProgram(QUORVANE_STATUS_PROGRAM " --list").out, documented.out);
+}
+
+// Arguments, exit code, standard output, standard error.
+const std::tuple<const char*, int, const char*, const char*> kStatusRuns[] = {
+    {"-52000 -63103", 0,
+     "-52000 kQuorvaneStatusMemoryFull: memory or a Host handle could not be obtained (Host result 2)\n"
+     "-63103 kBrennSimBadTargetDescription (simulated target, not the library): the target description "
+     "could not be loaded\n",
+     ""},
+    {"-12345 0 7", 1,
+     "-12345: not a code of libQuorvane; an error passed on from the FPGA interface library or the device "
+     "service\n0 kQuorvaneStatusSuccess: success\n7: not a code of libQuorvane; a warning passed on from the "
+     "FPGA interface library or the device service\n",
+     ""},
+    {"--version", 0, "quorvane-status " QUORVANE_VERSION_STRING "\n", ""},
+    {"", 2, "", "quorvane-status: no CODE given\nTry 'quorvane-status --help'.\n"},
+    {"0 --frobnicate", 2, "", "quorvane-status: unknown option: '--frobnicate'\nTry 'quorvane-status --help'.\n"}};
+
+class QuorvaneStatusRun : public ::testing::TestWithParam<size_t> {};
+
+TEST_P(QuorvaneStatusRun, AnswersAsDocumented) {
+    const auto& [arguments, exitCode, out, err] = kStatusRuns[GetParam()];
+    const ProgramRun run = runProgram(QUORVANE_STATUS_PROGRAM " " + std::string(arguments));
+    EXPECT_EQ(run.exitCode, exitCode) << arguments;
+    EXPECT_EQ(run.out, out);
+    EXPECT_EQ(run.err, err);
+}
+
+INSTANTIATE_TEST_SUITE_P(Arguments, QuorvaneStatusRun, ::testing::Range<size_t>(0, std::size(kStatusRuns)));
 
 }  // namespace
 }  // namespace quorvane::testing
