@@ -13,15 +13,13 @@ namespace {
 
 using ::testing::HasSubstr;
 
-// The output without what depends on speed (progress lines and rates) and without the lines that
-// carry on a wrapped text or head a table.
+// The output without progress lines, rates, and lines that carry on a wrapped text.
 std::string steady(const std::string& out) {
     const std::string kept = std::regex_replace(out, std::regex("(  (regions|copies ) to [^\n]*%| {20,})[^\n]*\n"), "");
     return std::regex_replace(kept, std::regex(" [0-9.]+ [KMG]?i?B/s *"), " R ");
 }
 
-// Each stream of the example board meets a fault: every status is printed with its meaning where
-// it happens and in the summary, the refused release and close are dealt with, nothing is left open.
+// Every stream of the example board meets a fault: each status is told with its meaning, nothing left open.
 constexpr const char* kFlakyBoardRun = R"(quorvane-demo: streaming through the simulated FPGA target with libQuorvane
 target: Flaky acquisition board
   FIFO 1: declared depth 131072 holds fewer than 4 blocks; configured to 524288
@@ -115,8 +113,7 @@ TEST_P(DemoRun, ExitsAsItShouldAndLeavesNothingOpen) {
 
 INSTANTIATE_TEST_SUITE_P(Runs, DemoRun, ::testing::Range<size_t>(0, std::size(kDemoRuns)));
 
-// The pattern written is read back as right, and each broken element is found, for every
-// element type, from any index, unaligned too.
+// Each broken element is found, for every element type, from any index, unaligned too.
 TEST(Demo, PatternChecksFindEveryBrokenElement) {
     const tools::Pattern wrapping{0xFFFFFFFFFFFFFF00ull, 0x0123456789ABCDEFull};
     for (uint32_t code = 1, bytes = 1; code <= 8; ++code, bytes = bytes == 8 ? 1 : 2 * bytes) {

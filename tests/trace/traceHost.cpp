@@ -1,7 +1,5 @@
-// A Host for the trace tests, linked like any Host. Without arguments it calls from several
-// threads and makes the Host run each kind of callback the library hands it (the trace shows what
-// each call answered); `N` opens and closes a session and exits with N, `kill` then ends by
-// SIGTERM (the records still buffered are lost).
+// A Host for the trace tests: without arguments it calls from several threads and runs each kind of
+// callback the library hands it; `N` opens and closes a session and exits with N, `kill` by SIGTERM.
 #include <signal.h>
 
 #include <chrono>
@@ -22,15 +20,13 @@ extern "C" int32_t RTSetCleanupProc(HostCleanupProc, void*, int32_t mode) {
 }
 #endif
 
-namespace {
-
-uint32_t open(const char* resource = "RIO0") {
+static uint32_t openSession(const char* resource = "RIO0") {
     uint32_t session = 0;
     Quorvane_Open("", "", resource, 0, &session);
     return session;
 }
 
-uint32_t acquire(uint32_t session, size_t elements, uint32_t timeout) {
+static uint32_t acquire(uint32_t session, size_t elements, uint32_t timeout) {
     uint32_t reference = 0;
     size_t acquired = 0, remaining = 0;
     Quorvane_AcquireFifoReadRegionScalar(session, 2, &reference, elements, kQuorvaneElementU32, 0, timeout, &acquired,
@@ -38,15 +34,13 @@ uint32_t acquire(uint32_t session, size_t elements, uint32_t timeout) {
     return reference;
 }
 
-}  // namespace
-
 int main(int argc, char** argv) {
     if (argc == 2) {
-        Quorvane_Close(open(), 0);
+        Quorvane_Close(openSession(), 0);
         if (std::strcmp(argv[1], "kill") == 0) raise(SIGTERM);
         return std::atoi(argv[1]);
     }
-    const uint32_t first = open();
+    const uint32_t first = openSession();
     std::vector<std::thread> workers;  // each writes five values to its own register, reading each back
     for (uint32_t index = 0; index < 3; ++index) {
         workers.emplace_back([first, index] {
@@ -58,8 +52,7 @@ int main(int argc, char** argv) {
     }
     for (std::thread& thread : workers) thread.join();
 
-    // An acquisition that can only wait (the FIFO's 4096 elements are lent out) until the Host
-    // aborts it; its driver call is held until the abort is made, so it gives up at once.
+    // An acquisition that waits (the FIFO's elements are lent out) until the Host aborts it.
     const uint32_t held = acquire(first, 4096, 1000);
     BrennSim_HoldNext("BrennDll_AcquireFifoReadElementsU32");
     std::thread waiter([first] { acquire(first, 1, 0xFFFFFFFFu); });
@@ -73,7 +66,7 @@ int main(int argc, char** argv) {
 
     // An open whose cleanup the Host refuses closes its session again through the library's export.
     HostSim_RefuseNextProgramStopRegistration();
-    open();
-    open(std::string(300, 'r').c_str());                    // a name longer than a trace line shows
+    openSession();
+    openSession(std::string(300, 'r').c_str());             // a name longer than a trace line shows
     return static_cast<int>(HostSim_RunProgramStop()) - 2;  // the two sessions left open are cleaned up
 }

@@ -16,16 +16,12 @@ namespace {
 
 using ::testing::HasSubstr;
 
-struct TraceLine {
-    uint64_t thread;
-    std::string call;  // all after the thread column but the duration, with addresses as 0x...
-    int32_t status;
-};
-
 struct Traced {
     ProgramRun run;
     std::string trace;
-    std::vector<TraceLine> lines;  // the call and callback lines, in time order
+    // Each call and callback line in time order: its thread, what comes after that but the
+    // duration (its addresses as 0x...), its status.
+    std::vector<std::tuple<uint64_t, std::string, int32_t>> lines;
 };
 
 // quorvane-trace -o FILE --summary -- command. Each line must name its status after its code, and
@@ -51,7 +47,7 @@ Traced traceProgram(const std::string& command) {
             continue;
         }
         const int32_t status = std::stoi(match[5]);
-        traced.lines.push_back({std::stoull(match[2]), std::regex_replace(match[3].str(), kAddress, "0x..."), status});
+        traced.lines.emplace_back(std::stoull(match[2]), std::regex_replace(match[3].str(), kAddress, "0x..."), status);
         const auto known = kNames.find(status);
         EXPECT_EQ(match[6], known == kNames.end() ? "(driver's code)" : known->second) << text;
         EXPECT_GE(std::stod(match[1]), std::exchange(previous, std::stod(match[1]))) << text;
@@ -67,8 +63,7 @@ Traced traceProgram(const std::string& command) {
         EXPECT_THAT(summary, ::testing::ContainsRegex("\n  " + name + " +" + std::to_string(tally.first) + "  " +
                                                       (errors.empty() ? "-" : errors) + "  "));
     }
-    // The line that opens it, the column heads, a row a name.
-    EXPECT_EQ(static_cast<size_t>(std::count(summary.begin(), summary.end(), '\n')), 2 + counted.size());
+    EXPECT_EQ(static_cast<size_t>(std::count(summary.begin(), summary.end(), '\n')), 2 + counted.size());  // + heads
     return traced;
 }
 
@@ -85,35 +80,32 @@ const std::pair<const char*, int> kDemoRuns[] = {{QUORVANE_DEMO " --amount 2M --
 
 class TracedDemo : public ::testing::TestWithParam<size_t> {};
 
-// The trace holds, from the demo's one thread, every call whose status the demo's summary counts
-// (all but the releases the target refused, which the library does not report) with the errors
-// among them, the call after the summary that gives back the IRQ context, and every region
-// acquired and deleted.
+// From the demo's one thread: every call whose status its summary counts (but the releases the
+// target refused), the IRQ context given back after it, every region acquired and deleted.
 TEST_P(TracedDemo, RecordsEveryCallAndRegionTheDemoCounts) {
     const Traced traced = traceProgram(kDemoRuns[GetParam()].first);
     EXPECT_EQ(traced.run.exitCode, kDemoRuns[GetParam()].second) << traced.run.err;
     ASSERT_FALSE(traced.lines.empty());
     const std::string& out = traced.run.out;
     int64_t errors = 0, acquired = 0, deleted = 0;
-    for (const TraceLine& line : traced.lines) {
-        EXPECT_EQ(line.thread, traced.lines.front().thread) << line.call;
-        errors += line.status < 0;
-        acquired += line.call.starts_with("Quorvane_AcquireFifo") && line.status == 0;
-        deleted += line.call.starts_with("region deleted");
+    for (const auto& [thread, call, status] : traced.lines) {
+        EXPECT_EQ(thread, std::get<0>(traced.lines.front())) << call;
+        errors += status < 0;
+        acquired += call.starts_with("Quorvane_AcquireFifo") && status == 0;
+        deleted += call.starts_with("region deleted");
     }
     const int64_t refused = out.find("the target refused") == std::string::npos ? 0 : reported(out, "refused");
     EXPECT_EQ(errors, reported(out, "errors,") - refused);
     EXPECT_EQ(static_cast<int64_t>(traced.lines.size()) - errors, reported(out, " 0  x") + 1);
-    EXPECT_THAT(traced.lines.back().call, ::testing::StartsWith("Quorvane_UnreserveIrqContext("));
+    EXPECT_THAT(std::get<1>(traced.lines.back()), ::testing::StartsWith("Quorvane_UnreserveIrqContext("));
     EXPECT_EQ(acquired, reported(out, "regions:"));
     EXPECT_EQ(deleted, reported(out, "acquired,"));
 }
 
 INSTANTIATE_TEST_SUITE_P(Targets, TracedDemo, ::testing::Range<size_t>(0, std::size(kDemoRuns)));
 
-// Arguments of quorvane-trace, its exit code, what its standard error holds (without -o, the
-// trace too). A Host function the program's executable defines comes before the trace's: the
-// trace says it cannot follow what that function is given.
+// Arguments of quorvane-trace, its exit code, what its standard error holds (without -o, the trace
+// too: a note where the program's own Host function keeps what it is given from the trace).
 const std::tuple<const char*, int, std::vector<std::string>> kInvocations[] = {
     {"--summary " QUORVANE_TRACE_HOST " 3",
      3,
@@ -147,18 +139,16 @@ TEST_P(QuorvaneTraceRun, ExitsAndSaysAsDocumented) {
 
 INSTANTIATE_TEST_SUITE_P(CommandLines, QuorvaneTraceRun, ::testing::Range<size_t>(0, std::size(kInvocations)));
 
-// Each worker's writes and reads of its register, the acquisition the Host aborts, and on the
-// main thread every callback of the library the Host ran (region deletions naming the records
-// their acquisitions made, the abort procedure, the cleanup procedures at program stop) and the
-// close the library made of its own export, nested in the open that made it.
+// Each worker's register calls, the aborted acquisition, and on the main thread every callback the
+// Host ran and the close the library made of its own export, nested in the open that made it.
 TEST(TracedHost, RecordsEveryThreadsCallsAndEveryCallback) {
     const Traced traced = traceProgram(QUORVANE_TRACE_HOST);
     ASSERT_EQ(traced.run.exitCode, 0) << traced.run.out << traced.run.err;
     ASSERT_FALSE(traced.lines.empty());
     std::map<uint64_t, std::string> threads;
-    for (const TraceLine& line : traced.lines) threads[line.thread] += line.call + "\n";
+    for (const auto& [thread, call, status] : traced.lines) threads[thread] += call + "\n";
     EXPECT_EQ(
-        threads[traced.lines.front().thread],
+        threads[std::get<0>(traced.lines.front())],
         R"(Quorvane_Open(bitfile "", signature "", resource "RIO0", attribute 0) -> session 0x10 = 0 kQuorvaneStatusSuccess
 Quorvane_AcquireFifoReadRegionScalar(session 0x10, fifo 2, elements 4096, type U32, timeout 1000 ms) -> reference 1, record 0x..., acquired 4096, remaining 0 = 0 kQuorvaneStatusSuccess
 abort procedure (argument 0x...) = 0 kQuorvaneStatusSuccess
@@ -171,7 +161,7 @@ Quorvane_Open(bitfile "", signature "", resource ")" +
 cleanup procedure (session 0x12) = 0 kQuorvaneStatusSuccess
 cleanup procedure (session 0x10) = 0 kQuorvaneStatusSuccess
 )");
-    threads.erase(traced.lines.front().thread);
+    threads.erase(std::get<0>(traced.lines.front()));
     std::vector<std::string> expected{
         "Quorvane_AcquireFifoReadRegionScalar(session 0x10, fifo 2, elements 1, type U32, "
         "timeout infinite) = -50405 kQuorvaneStatusAborted\n"};
@@ -184,9 +174,8 @@ cleanup procedure (session 0x10) = 0 kQuorvaneStatusSuccess
         }
         expected.push_back(calls.str());
     }
-    std::vector<std::string> others;
-    for (const auto& [thread, calls] : threads) others.push_back(calls);
-    EXPECT_THAT(others, ::testing::UnorderedElementsAreArray(expected));
+    EXPECT_EQ(threads.size(), expected.size());
+    for (const auto& [thread, calls] : threads) EXPECT_THAT(expected, ::testing::Contains(calls));
     EXPECT_LT(traced.trace.find("kQuorvaneStatusAborted"), traced.trace.find("abort procedure")) << "ordered by start";
     std::smatch record;  // the region deleted is the one acquired
     ASSERT_TRUE(std::regex_search(traced.trace, record, std::regex("record (0x[0-9a-f]+), acquired 4096")));
