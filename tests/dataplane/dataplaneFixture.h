@@ -1,6 +1,5 @@
-// Fixture of the data-plane tests: a fresh simulated target, Host and device service, one
-// session opened through Quorvane_Open, and Host arrays that are disposed of afterwards with a
-// check that nothing else was left behind.
+// Fixture of the data-plane tests: one session on a fresh simulated target, and Host arrays that
+// are disposed of afterwards with a check that nothing else was left behind.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -17,7 +16,7 @@ namespace quorvane::testing {
 
 inline constexpr int32_t kLibraryWarning = 17;
 inline constexpr int32_t kLibraryError = -63500;
-inline constexpr uint32_t kAnyRegisterOrFifo = 42;
+inline constexpr uint32_t kAnyIndex = 42;  // a register or FIFO
 inline constexpr uint32_t kAnyTimeout = 1234;
 // Written into out-values before a call, so that "left alone" can be told from "set to 0".
 inline constexpr uint32_t kUntouched = 0xDEADBEEF;
@@ -26,7 +25,6 @@ class DataplaneTest : public SimulatedPlatformTest {
 protected:
     void SetUp() override {
         SimulatedPlatformTest::SetUp();
-        MoskSrvSim_Reset();
         liveHandlesAtStart_ = HostSim_LiveHandleCount();
         ASSERT_EQ(Quorvane_Open("", "", "RIO0", 0, &session_), 0);
         callsAtOpen_ = BrennSim_CallCount();
@@ -40,10 +38,9 @@ protected:
 
     // A zero-filled Host array that the fixture disposes of.
     void** newArray(int32_t typeCode, size_t count) {
-        void** array = HostSim_NewNumericArray(typeCode, count);
-        EXPECT_NE(array, nullptr);
-        arrays_.push_back(array);
-        return array;
+        arrays_.push_back(HostSim_NewNumericArray(typeCode, count));
+        EXPECT_NE(arrays_.back(), nullptr);
+        return arrays_.back();
     }
 
     static int32_t countOf(void** array) {
@@ -52,8 +49,8 @@ protected:
         return count;
     }
 
-    static uint64_t addressOf(void** array, size_t offset) {
-        return reinterpret_cast<uintptr_t>(static_cast<uint8_t*>(*array) + offset);
+    static uint8_t* elementsOf(void** array, size_t firstElement) {
+        return static_cast<uint8_t*>(*array) + firstElement;
     }
 
     // The calls logged after the session was opened.

@@ -1,159 +1,137 @@
-// Copying FIFO transfers: which typed function a type code picks and where the data pointer
-// lies in the Host block, the array count left after a read, and the elements-remaining count
-// narrowed to 32 bits with -52005 merged when it does not fit.
-#include <gmock/gmock.h>
-
-#include <ostream>
+// Copying FIFO transfers against the simulated target: which typed function a type code picks,
+// the data arriving intact from the right place of the Host block, the array count left after a
+// read, and the elements-remaining count narrowed to 32 bits.
 #include <string>
+#include <tuple>
 
 #include "dataplaneFixture.h"
 
 namespace quorvane::testing {
 namespace {
 
-constexpr uint32_t kFifo = 3;
+constexpr uint32_t kReadFifo = 1;
+constexpr uint32_t kWriteFifo = 2;
 constexpr uint64_t kTooManyRemaining = 0x100000000u;
 
-struct ScalarType {
-    uint32_t typeCode;
-    const char* read;
-    const char* write;
-    size_t elementBytes;
-    size_t firstElement;
-};
-
-std::ostream& operator<<(std::ostream& out, const ScalarType& t) {
-    return out << "type " << t.typeCode;
+// The target's counter pattern: element i holds the low bytes of i, little-endian.
+uint8_t patternByte(uint64_t index, size_t k) {
+    return k < 8 ? static_cast<uint8_t>(index >> (8 * k)) : 0;
 }
 
-const ScalarType kScalarTypes[] = {
-    {1, "BrennDll_ReadFifoI8", "BrennDll_WriteFifoI8", 1, 4},
-    {2, "BrennDll_ReadFifoI16", "BrennDll_WriteFifoI16", 2, 4},
-    {3, "BrennDll_ReadFifoI32", "BrennDll_WriteFifoI32", 4, 4},
-    {4, "BrennDll_ReadFifoI64", "BrennDll_WriteFifoI64", 8, 8},
-    {5, "BrennDll_ReadFifoU8", "BrennDll_WriteFifoU8", 1, 4},
-    {6, "BrennDll_ReadFifoU16", "BrennDll_WriteFifoU16", 2, 4},
-    {7, "BrennDll_ReadFifoU32", "BrennDll_WriteFifoU32", 4, 4},
-    {8, "BrennDll_ReadFifoU64", "BrennDll_WriteFifoU64", 8, 8},
+// The index of the first of `count` elements that breaks the pattern, or `count`.
+uint64_t firstBreak(const uint8_t* elements, size_t bytes, uint64_t count) {
+    for (uint64_t i = 0; i < count; ++i) {
+        for (size_t k = 0; k < bytes; ++k) {
+            if (elements[i * bytes + k] != patternByte(i, k)) return i;
+        }
+    }
+    return count;
+}
+
+class FifoTransfer : public DataplaneTest {
+protected:
+    BrennSimFifoStats stats(uint32_t fifo) const {
+        BrennSimFifoStats s{};
+        EXPECT_EQ(BrennSim_GetFifoStats(session_, fifo, &s), 1);
+        return s;
+    }
 };
 
-class ScalarFifo : public DataplaneTest, public ::testing::WithParamInterface<ScalarType> {};
+// Type codes 1..8 in order; 64-bit elements start at offset 8 of the Host block, others at 4.
+const char* const kTypeNames[] = {"I8", "I16", "I32", "I64", "U8", "U16", "U32", "U64"};
 
-// A read grows the array with the type code and reads into its first element; a write hands
-// the array over from its first element and leaves it alone.
-TEST_P(ScalarFifo, TypeCodePicksTheFunctionAndTheFirstElementIsPassed) {
-    const ScalarType& t = GetParam();
-    const auto type = static_cast<int32_t>(t.typeCode);
-    void** readInto = newArray(type, 1);
-    void** written = newArray(type, 4);
-    const size_t writtenSize = HostSim_BlockSize(written);
-    scriptAnswer(t.read, 0, {9});
-    scriptAnswer(t.write, 0, {11});
+class ScalarFifo : public FifoTransfer, public ::testing::WithParamInterface<uint32_t> {};
+
+// A read grows the array with the type code and fills it from its first element; a write hands
+// the array over from its first element. A read of nothing still asks the library.
+TEST_P(ScalarFifo, TypeCodePicksTheFunctionAndTheDataArrivesIntact) {
+    const uint32_t type = GetParam();
+    const size_t bytes = size_t{1} << ((type - 1) % 4), first = bytes == 8 ? 8 : 4;
+    const std::string name = kTypeNames[type - 1];
+    void** readInto = newArray(static_cast<int32_t>(type), 1);
     uint32_t remaining[2] = {kUntouched, kUntouched};
-    EXPECT_EQ(Quorvane_ReadFifoScalar(session_, kFifo, 3, t.typeCode, 0xFFFF, kAnyTimeout, readInto, &remaining[0]), 0);
-    EXPECT_EQ(Quorvane_WriteFifoScalar(session_, kFifo, written, t.typeCode, 0xFFFF, kAnyTimeout, &remaining[1]), 0);
+    ASSERT_EQ(Quorvane_ReadFifoScalar(session_, kReadFifo, 300, type, 0xFFFF, kAnyTimeout, readInto, remaining), 0);
+    EXPECT_EQ(HostSim_LastResizeTypeCode(), static_cast<int32_t>(type));
+    EXPECT_EQ(HostSim_BlockSize(readInto), first + 300 * bytes);
+    ASSERT_EQ(countOf(readInto), 300);
+    EXPECT_EQ(firstBreak(elementsOf(readInto, first), bytes, 300), 300u);
 
-    EXPECT_EQ(HostSim_CallCount("NumericArrayResize"), 1u);
-    EXPECT_EQ(HostSim_LastResizeTypeCode(), type);
-    EXPECT_EQ(HostSim_BlockSize(readInto), t.firstElement + 3 * t.elementBytes);
-    EXPECT_EQ(countOf(readInto), 3);
-    EXPECT_EQ(countOf(written), 4);
-    EXPECT_EQ(HostSim_BlockSize(written), writtenSize);
-    EXPECT_EQ(remaining[0], 9u);
-    EXPECT_EQ(remaining[1], 11u);
+    void** written = newArray(static_cast<int32_t>(type), 300);
+    for (size_t b = 0; b < 300 * bytes; ++b) elementsOf(written, first)[b] = patternByte(b / bytes, b % bytes);
+    ASSERT_EQ(Quorvane_WriteFifoScalar(session_, kWriteFifo, written, type, 0xFFFF, kAnyTimeout, &remaining[1]), 0);
+    EXPECT_EQ(stats(kWriteFifo).elementsTransferred, 300u);
+    EXPECT_EQ(stats(kWriteFifo).patternErrors, 0u);
+    EXPECT_EQ(remaining[0], uint32_t{kBrennSimDefaultFifoDepth}) << "the target keeps the FIFO full";
+    EXPECT_EQ(remaining[1], uint32_t{kBrennSimDefaultFifoDepth}) << "and empty";
+    EXPECT_EQ(callsOf("BrennDll_ReadFifo" + name).at(0).args[4], kAnyTimeout);
+    EXPECT_EQ(callsOf("BrennDll_WriteFifo" + name).at(0).args[4], kAnyTimeout);
     EXPECT_EQ(callsSinceOpen(), 2u);
-    const auto read = callsOf(t.read).at(0);
-    const auto write = callsOf(t.write).at(0);
-    EXPECT_EQ(read.args[0], session_ | 0x4000u);
-    EXPECT_EQ(read.args[1], kFifo);
-    EXPECT_EQ(read.args[2], addressOf(readInto, t.firstElement));
-    EXPECT_EQ(read.args[3], 3u);
-    EXPECT_EQ(read.args[4], kAnyTimeout);
-    EXPECT_EQ(write.args[0], session_ | 0x4000u);
-    EXPECT_EQ(write.args[2], addressOf(written, t.firstElement));
-    EXPECT_EQ(write.args[3], 4u);
-    EXPECT_EQ(write.args[4], kAnyTimeout);
+    // Sent again, the elements break the pattern: the target does check what it is sent.
+    ASSERT_EQ(Quorvane_WriteFifoScalar(session_, kWriteFifo, written, type, 0, 0, nullptr), 0);
+    EXPECT_GT(stats(kWriteFifo).patternErrors, 0u);
+    EXPECT_EQ(Quorvane_ReadFifoScalar(session_, kReadFifo, 0, type, 0, 0, readInto, nullptr), 0);
+    EXPECT_EQ(callsOf("BrennDll_ReadFifo" + name).at(1).args[3], 0u);
 }
 
-INSTANTIATE_TEST_SUITE_P(AllTypeCodes, ScalarFifo, ::testing::ValuesIn(kScalarTypes),
-                         [](const auto& info) { return "Type" + std::to_string(info.param.typeCode); });
-
-class BadTypeCode : public DataplaneTest, public ::testing::WithParamInterface<uint32_t> {};
+INSTANTIATE_TEST_SUITE_P(AllTypeCodes, ScalarFifo, ::testing::Range(1u, 9u),
+                         [](const auto& info) { return "Type" + std::to_string(info.param); });
 
 // A read still resizes with the code, then reports the invalid argument with an empty array;
 // a write reports it without writing. Nothing was moved, so nothing remains to report.
-TEST_P(BadTypeCode, IsAnInvalidArgumentAndNothingIsTransferred) {
-    void** readInto = newArray(3, 2);
-    void** written = newArray(3, 2);
-    uint32_t remaining[2] = {kUntouched, kUntouched};
-    EXPECT_EQ(Quorvane_ReadFifoScalar(session_, kFifo, 2, GetParam(), 0, kAnyTimeout, readInto, &remaining[0]), -52005);
-    EXPECT_EQ(Quorvane_WriteFifoScalar(session_, kFifo, written, GetParam(), 0, kAnyTimeout, &remaining[1]), -52005);
-    EXPECT_EQ(HostSim_CallCount("NumericArrayResize"), 1u);
-    EXPECT_EQ(HostSim_LastResizeTypeCode(), static_cast<int32_t>(GetParam()));
-    EXPECT_EQ(countOf(readInto), 0);
-    EXPECT_EQ(countOf(written), 2);
-    EXPECT_EQ(remaining[0], 0u);
-    EXPECT_EQ(remaining[1], 0u);
+TEST_F(FifoTransfer, BadTypeCodeIsAnInvalidArgumentAndNothingIsTransferred) {
+    for (const uint32_t type : {0u, 9u, 0xFFFFFFFFu}) {
+        void** readInto = newArray(3, 2);
+        uint32_t remaining[2] = {kUntouched, kUntouched};
+        EXPECT_EQ(Quorvane_ReadFifoScalar(session_, kReadFifo, 2, type, 0, 0, readInto, &remaining[0]), -52005);
+        EXPECT_EQ(HostSim_LastResizeTypeCode(), static_cast<int32_t>(type));
+        EXPECT_EQ(Quorvane_WriteFifoScalar(session_, kWriteFifo, readInto, type, 0, 0, &remaining[1]), -52005);
+        EXPECT_EQ(countOf(readInto), 0);
+        EXPECT_EQ(remaining[0], 0u);
+        EXPECT_EQ(remaining[1], 0u);
+    }
     EXPECT_EQ(callsSinceOpen(), 0u);
 }
-INSTANTIATE_TEST_SUITE_P(OutsideOneToEight, BadTypeCode, ::testing::Values(0u, 9u, 0xFFFFFFFFu));
 
-// The four transfers behind one signature: call with a library answer already scripted.
+// The four transfers behind one signature, on an array of `arrayCount` elements.
 struct Transfer {
     const char* name;
     const char* target;
     bool reads;
-    uint32_t expectedCountOnSuccess;  // what a read leaves in the array
     int32_t (*call)(uint32_t session, void** array, uint32_t* remaining);
     int32_t arrayType;
-    size_t arrayCount;
+    int32_t arrayCount;  // and what a successful read leaves
 };
-
-std::ostream& operator<<(std::ostream& out, const Transfer& t) {
-    return out << t.name;
-}
 
 const Transfer kTransfers[] = {
-    {"ReadFifoScalar", "BrennDll_ReadFifoU16", true, 5,
-     [](uint32_t s, void** a, uint32_t* r) { return Quorvane_ReadFifoScalar(s, kFifo, 5, 6, 0, kAnyTimeout, a, r); }, 6,
-     1},
-    {"WriteFifoScalar", "BrennDll_WriteFifoU16", false, 0,
-     [](uint32_t s, void** a, uint32_t* r) { return Quorvane_WriteFifoScalar(s, kFifo, a, 6, 0, kAnyTimeout, r); }, 6,
-     5},
-    {"ReadFifoComposite", "BrennDll_ReadFifoComposite", true, 15,
-     [](uint32_t s, void** a, uint32_t* r) { return Quorvane_ReadFifoComposite(s, kFifo, 5, 3, kAnyTimeout, a, r); }, 5,
-     1},
-    {"WriteFifoComposite", "BrennDll_WriteFifoComposite", false, 0,
-     [](uint32_t s, void** a, uint32_t* r) { return Quorvane_WriteFifoComposite(s, kFifo, a, 3, kAnyTimeout, r); }, 5,
-     15},
+    {"ReadFifoScalar", "BrennDll_ReadFifoU16", true,
+     [](auto s, auto a, auto r) { return Quorvane_ReadFifoScalar(s, kReadFifo, 5, 6, 0, kAnyTimeout, a, r); }, 6, 5},
+    {"WriteFifoScalar", "BrennDll_WriteFifoU16", false,
+     [](auto s, auto a, auto r) { return Quorvane_WriteFifoScalar(s, kWriteFifo, a, 6, 0, kAnyTimeout, r); }, 6, 5},
+    {"ReadFifoComposite", "BrennDll_ReadFifoComposite", true,
+     [](auto s, auto a, auto r) { return Quorvane_ReadFifoComposite(s, kReadFifo, 5, 3, kAnyTimeout, a, r); }, 5, 15},
+    {"WriteFifoComposite", "BrennDll_WriteFifoComposite", false,
+     [](auto s, auto a, auto r) { return Quorvane_WriteFifoComposite(s, kWriteFifo, a, 3, kAnyTimeout, r); }, 5, 15},
 };
 
-struct RemainingCase {
-    int32_t libraryAnswer;
-    uint64_t remaining;
-    int32_t expectedStatus;
-    uint32_t expectedStored;
-};
+// The library's answer and count, and the status and count the Host gets.
+using RemainingCase = std::tuple<int32_t, uint64_t, int32_t, uint32_t>;
 
 class ElementsRemaining : public DataplaneTest,
                           public ::testing::WithParamInterface<std::tuple<Transfer, RemainingCase>> {};
 
 // The low 32 bits are stored whatever the status; an overflow gives way only to a library
-// error, and a null destination skips the report and its check.
+// error, and a null destination skips the report and its check. A failed read empties the array.
 TEST_P(ElementsRemaining, CountIsNarrowedAndAnOverflowGivesWayOnlyToALibraryError) {
-    const auto& [t, c] = GetParam();
+    const Transfer& t = std::get<0>(GetParam());
+    const auto& [libraryAnswer, libraryRemaining, status, stored] = std::get<1>(GetParam());
     void** array = newArray(t.arrayType, t.arrayCount);
-    scriptAnswer(t.target, c.libraryAnswer, {c.remaining});
+    scriptAnswer(t.target, libraryAnswer, {libraryRemaining});
     uint32_t remaining = kUntouched;
-    EXPECT_EQ(t.call(session_, array, &remaining), c.expectedStatus);
-    EXPECT_EQ(remaining, c.expectedStored);
-    if (t.reads) {
-        EXPECT_EQ(countOf(array), c.expectedStatus < 0 ? 0 : static_cast<int32_t>(t.expectedCountOnSuccess));
-    } else {
-        EXPECT_EQ(countOf(array), static_cast<int32_t>(t.arrayCount)) << "a write never changes the array";
-    }
-    scriptAnswer(t.target, c.libraryAnswer, {c.remaining});
-    EXPECT_EQ(t.call(session_, array, nullptr), c.libraryAnswer);
+    EXPECT_EQ(t.call(session_, array, &remaining), status);
+    EXPECT_EQ(remaining, stored);
+    EXPECT_EQ(countOf(array), t.reads && status < 0 ? 0 : t.arrayCount);
+    scriptAnswer(t.target, libraryAnswer, {libraryRemaining});
+    EXPECT_EQ(t.call(session_, array, nullptr), libraryAnswer);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -166,95 +144,46 @@ INSTANTIATE_TEST_SUITE_P(
                                          RemainingCase{kLibraryError, kTooManyRemaining, kLibraryError, 0})),
     [](const auto& info) { return std::string(std::get<0>(info.param).name) + "_" + std::to_string(info.index % 5); });
 
-class FifoTransfer : public DataplaneTest {};
-
-// A composite read grows a byte array to count × element size; a composite write drops
-// trailing bytes that make no whole element; a scalar read of nothing still asks the library.
-TEST_F(FifoTransfer, CompositeTransfersCountWholeElementsAndAnEmptyReadStillAsks) {
-    void** readInto = newArray(5, 0);
-    void** written = newArray(5, 10);
-    void** none = newArray(4, 3);
-    EXPECT_EQ(Quorvane_ReadFifoComposite(session_, kFifo, 3, 4, kAnyTimeout, readInto, nullptr), 0);
-    // The FIFO just read from cannot be written, so the target's answer is scripted.
-    scriptAnswer("BrennDll_WriteFifoComposite", 0);
-    EXPECT_EQ(Quorvane_WriteFifoComposite(session_, kFifo, written, 4, kAnyTimeout, nullptr), 0);
-    scriptAnswer("BrennDll_ReadFifoI64", kLibraryWarning);
-    EXPECT_EQ(Quorvane_ReadFifoScalar(session_, kFifo, 0, 4, 0, kAnyTimeout, none, nullptr), kLibraryWarning);
-
-    EXPECT_EQ(HostSim_BlockSize(readInto), 4u + 12);
-    EXPECT_EQ(countOf(readInto), 12);
-    const auto read = callsOf("BrennDll_ReadFifoComposite").at(0);
-    EXPECT_EQ(read.args[2], addressOf(readInto, 4));
-    EXPECT_EQ(read.args[3], 4u) << "bytes per element";
-    EXPECT_EQ(read.args[4], 3u) << "elements";
-    EXPECT_EQ(read.args[5], kAnyTimeout);
-    const auto write = callsOf("BrennDll_WriteFifoComposite").at(0);
-    EXPECT_EQ(write.args[2], addressOf(written, 4));
-    EXPECT_EQ(write.args[3], 4u);
-    EXPECT_EQ(write.args[4], 2u);
-    EXPECT_EQ(countOf(written), 10);
-    EXPECT_EQ(countOf(none), 0);
-    EXPECT_EQ(callsOf("BrennDll_ReadFifoI64").at(0).args[3], 0u);
-}
-
-// A composite read of elements of 0 bytes empties the array and still asks the library, whose
-// answer is the result.
-TEST_F(FifoTransfer, CompositeReadOfZeroByteElementsEmptiesTheArrayAndAsksTheLibrary) {
-    void** array = newArray(5, 6);
-    uint32_t remaining = kUntouched;
-    scriptAnswer("BrennDll_ReadFifoComposite", kLibraryWarning, {9});
-    EXPECT_EQ(Quorvane_ReadFifoComposite(session_, kFifo, 2, 0, kAnyTimeout, array, &remaining), kLibraryWarning);
+// A composite read grows a byte array to count × element size; a composite write drops trailing
+// bytes that make no whole element.
+TEST_F(FifoTransfer, CompositeElementsGoThereAndBackAsWholeElements) {
+    void** array = newArray(5, 0);
+    ASSERT_EQ(Quorvane_ReadFifoComposite(session_, kReadFifo, 50, 6, kAnyTimeout, array, nullptr), 0);
     EXPECT_EQ(HostSim_LastResizeTypeCode(), 5);
-    EXPECT_EQ(HostSim_BlockSize(array), 4u);
-    EXPECT_EQ(countOf(array), 0);
-    EXPECT_EQ(remaining, 9u);
-    ASSERT_EQ(callsSinceOpen(), 1u);
-    const auto read = callsOf("BrennDll_ReadFifoComposite").at(0);
-    EXPECT_EQ(read.args[2], addressOf(array, 4));
-    EXPECT_EQ(read.args[3], 0u) << "bytes per element";
-    EXPECT_EQ(read.args[4], 2u) << "elements";
+    EXPECT_EQ(HostSim_BlockSize(array), 4u + 300);
+    ASSERT_EQ(countOf(array), 300);
+    EXPECT_EQ(firstBreak(elementsOf(array, 4), 6, 50), 50u);
+    const int32_t shortOfFifty = 299;
+    std::memcpy(*array, &shortOfFifty, sizeof shortOfFifty);
+    ASSERT_EQ(Quorvane_WriteFifoComposite(session_, kWriteFifo, array, 6, kAnyTimeout, nullptr), 0);
+    EXPECT_EQ(stats(kWriteFifo).elementsTransferred, 49u);
+    EXPECT_EQ(stats(kWriteFifo).patternErrors, 0u);
+    EXPECT_EQ(callsOf("BrennDll_ReadFifoComposite").at(0).args[5], kAnyTimeout);
+    EXPECT_EQ(callsOf("BrennDll_WriteFifoComposite").at(0).args[5], kAnyTimeout);
 }
 
-// A composite read whose size cannot fit a Host array, or a composite write of elements of 0
-// bytes, is refused before anything happens.
-TEST_F(FifoTransfer, ImpossibleCompositeSizesAreInvalidArgumentsBeforeAnythingHappens) {
+// A composite read whose size cannot fit a Host array, or a write of 0-byte elements, is refused
+// before anything happens; a read of 0-byte elements empties the array and still asks the library.
+TEST_F(FifoTransfer, CompositeSizesAtTheEdges) {
     void** array = newArray(5, 6);
     uint32_t remaining = kUntouched;
-    EXPECT_EQ(Quorvane_ReadFifoComposite(session_, kFifo, 0x10000, 0x10000, 0, array, &remaining), -52005);
-    EXPECT_EQ(Quorvane_WriteFifoComposite(session_, kFifo, array, 0, 0, &remaining), -52005);
+    EXPECT_EQ(Quorvane_ReadFifoComposite(session_, kReadFifo, 0x10000, 0x10000, 0, array, &remaining), -52005);
+    EXPECT_EQ(Quorvane_WriteFifoComposite(session_, kWriteFifo, array, 0, 0, &remaining), -52005);
     EXPECT_EQ(HostSim_CallCount("NumericArrayResize"), 0u);
     EXPECT_EQ(callsSinceOpen(), 0u);
     EXPECT_EQ(countOf(array), 6);
     EXPECT_EQ(remaining, kUntouched);
+
+    scriptAnswer("BrennDll_ReadFifoComposite", kLibraryWarning);
+    EXPECT_EQ(Quorvane_ReadFifoComposite(session_, kReadFifo, 2, 0, 0, array, nullptr), kLibraryWarning);
+    EXPECT_EQ(countOf(array), 0);
+    EXPECT_EQ(HostSim_BlockSize(array), 4u);
+    const auto read = callsOf("BrennDll_ReadFifoComposite").at(0);
+    EXPECT_EQ(read.args[3], 0u) << "bytes per element";
+    EXPECT_EQ(read.args[4], 2u) << "elements";
     // The largest product that fits goes ahead (its resize fails so no 4 GiB array is made).
     HostSim_FailNext("NumericArrayResize", 2);
-    EXPECT_EQ(Quorvane_ReadFifoComposite(session_, kFifo, 0xFFFFFFFFu, 1, 0, array, &remaining), -52000);
-}
-
-// A refusal comes before the missing-array check, and touches neither array nor count.
-TEST_F(FifoTransfer, MissingArrayIsAnInvalidArgumentButRefusalComesFirst) {
-    void* noBlock = nullptr;
-    void** scalar = newArray(3, 2);
-    void** bytes = newArray(5, 2);
-    uint32_t remaining = kUntouched;
-    for (void** array : {static_cast<void**>(nullptr), &noBlock}) {
-        EXPECT_EQ(Quorvane_WriteFifoScalar(session_, kFifo, array, 3, 0, 0, &remaining), -52005);
-        EXPECT_EQ(Quorvane_WriteFifoComposite(session_, kFifo, array, 4, 0, &remaining), -52005);
-        EXPECT_EQ(Quorvane_WriteFifoComposite(session_ | 0x2000u, kFifo, array, 4, 0, &remaining), -61499);
-        EXPECT_EQ(Quorvane_WriteFifoScalar(session_ | 0x2000u, kFifo, array, 3, 0, 0, &remaining), -61499);
-    }
-    EXPECT_EQ(Quorvane_ReadFifoScalar(session_, kFifo, 2, 3, 0, 0, nullptr, &remaining), -52005);
-    EXPECT_EQ(Quorvane_ReadFifoComposite(session_, kFifo, 2, 4, 0, nullptr, &remaining), -52005);
-    EXPECT_EQ(Quorvane_ReadFifoScalar(session_ | 0x2000u, kFifo, 2, 3, 0, 0, nullptr, &remaining), -61499);
-    EXPECT_EQ(Quorvane_ReadFifoComposite(session_ | 0x2000u, kFifo, 2, 4, 0, nullptr, &remaining), -61499);
-    EXPECT_EQ(Quorvane_ReadFifoScalar(0x2005, kFifo, 4, 3, 0, 0, scalar, &remaining), -61499);
-    EXPECT_EQ(Quorvane_ReadFifoComposite(0x2005, kFifo, 4, 1, 0, bytes, &remaining), -61499);
-    EXPECT_EQ(countOf(scalar), 2);
-    EXPECT_EQ(countOf(bytes), 2);
-    EXPECT_EQ(remaining, kUntouched);
-    EXPECT_EQ(noBlock, nullptr);
-    EXPECT_EQ(HostSim_CallCount("NumericArrayResize"), 0u);
-    EXPECT_EQ(callsSinceOpen(), 0u);
+    EXPECT_EQ(Quorvane_ReadFifoComposite(session_, kReadFifo, 0xFFFFFFFFu, 1, 0, array, &remaining), -52000);
 }
 
 }  // namespace
