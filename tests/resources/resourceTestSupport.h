@@ -1,5 +1,5 @@
-// Helpers shared by the resource tests: sessions on the simulated target with known resource
-// names, and readers for the Host's arrays of strings.
+// Shared by the resource tests: sessions on the simulated target holding known resources, and
+// Host arrays of strings made from exact bytes and read back element by element.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -7,18 +7,17 @@
 #include <cstdint>
 #include <cstring>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "BrennDll.h"
-#include "Quorvane/sessionRegistry.h"
-#include "quarks/memory.h"
+#include "Quorvane.h"
 #include "support/simulatedPlatform.h"
 
 namespace quorvane::testing {
 
-// One element of a Host array of strings as the Host sees it: nullopt for a null handle.
-using HostElement = std::optional<std::string>;
+using HostElement = std::optional<std::string>;  // nullopt for a null string handle
 
 inline int32_t dimensionOf(void** array) {
     int32_t dimension = 0;
@@ -32,27 +31,23 @@ inline void** elementHandle(void** array, size_t index) {
     return element;
 }
 
-// How many element slots the array's block has room for, whatever its dimension size says.
-inline size_t capacityOf(void** array) {
-    const size_t blockSize = HostSim_BlockSize(array);
-    return blockSize < 8 ? 0 : (blockSize - 8) / 8;
+inline void setElement(void** array, size_t index, void** element) {
+    std::memcpy(static_cast<char*>(*array) + 8 + 8 * index, &element, sizeof element);
 }
 
-// Reads `count` elements and checks the layout of every string the library made: length at
-// byte 0, the characters, a NUL after them, and a block of exactly length + 5 bytes.
-inline std::vector<HostElement> elementsOf(void** array, size_t count) {
+// The elements below the dimension size, checking the layout of each string: length at byte 0,
+// the characters, a NUL after them, and a block of exactly length + 5 bytes.
+inline std::vector<HostElement> elementsOf(void** array) {
     std::vector<HostElement> elements;
-    for (size_t i = 0; i < count; ++i) {
+    for (size_t i = 0; i < static_cast<size_t>(dimensionOf(array)); ++i) {
         void** element = elementHandle(array, i);
         if (element == nullptr) {
             elements.emplace_back(std::nullopt);
             continue;
         }
         const auto* block = static_cast<const char*>(*element);
-        int32_t length = -1;
+        int32_t length = 0;
         std::memcpy(&length, block, sizeof length);
-        EXPECT_GE(length, 0) << "element " << i;
-        if (length < 0) length = 0;
         EXPECT_EQ(HostSim_BlockSize(element), static_cast<size_t>(length) + 5) << "element " << i;
         EXPECT_EQ(block[4 + length], '\0') << "element " << i;
         elements.emplace_back(std::string(block + 4, static_cast<size_t>(length)));
@@ -60,31 +55,29 @@ inline std::vector<HostElement> elementsOf(void** array, size_t count) {
     return elements;
 }
 
-inline std::vector<HostElement> named(const std::vector<std::string>& names) {
-    return {names.begin(), names.end()};
-}
-
-// Disposes every string handle in the block, below the dimension size or not, and the array.
-inline void disposeArray(void** array) {
-    for (size_t i = 0; i < capacityOf(array); ++i) {
-        void** element = elementHandle(array, i);
-        if (element != nullptr) HostSim_DisposeHandle(element);
-    }
-    HostSim_DisposeHandle(array);
-}
-
-// A fresh target and Host, a session holding `names` as its resources, and the counters a test
-// compares with at its end.
 class ResourceTest : public SimulatedPlatformTest {
 protected:
-    void SetUp() override {
-        SimulatedPlatformTest::SetUp();
-        handlesAtStart_ = HostSim_LiveHandleCount();
-        blocksAtStart_ = heap::liveBlocks();
-        readersAtStart_ = readersCounted();
+    // Disposes of every array made by hostStrings and of every live string handle it ever held.
+    void TearDown() override {
+        for (void** array : arrays_) {
+            for (size_t i = 0; i < (HostSim_BlockSize(array) - 8) / 8; ++i) strings_.insert(elementHandle(array, i));
+            HostSim_DisposeHandle(array);
+        }
+        for (void** string : strings_) {
+            if (HostSim_BlockSize(string) != SIZE_MAX) HostSim_DisposeHandle(string);
+        }
     }
-    void TearDown() override { stopFailingAllocations(); }
 
+    // A Host array of strings with exactly these bytes (embedded NULs included).
+    void** hostStrings(const std::vector<std::string>& strings) {
+        void** array = arrays_.emplace_back(HostSim_NewNumericArray(8, strings.size()));
+        for (size_t i = 0; i < strings.size(); ++i) {
+            setElement(array, i, *strings_.insert(HostSim_NewString(strings[i].data(), strings[i].size())).first);
+        }
+        return array;
+    }
+
+    // A session opened on the target directly, holding `names` as its resources.
     static uint32_t openSessionWith(const std::vector<std::string>& names) {
         uint32_t session = 0;
         EXPECT_EQ(BrennDll_Open("", "", "RIO0", 0, &session), 0);
@@ -94,32 +87,9 @@ protected:
         return session;
     }
 
-    // The session's resources as the FPGA interface library lists them.
-    static std::vector<std::string> resourcesOf(uint32_t session) {
-        size_t count = 0;
-        BrennDll_GetSessionIndexes(session, nullptr, 0, &count);
-        std::vector<uint32_t> indexes(count);
-        EXPECT_EQ(BrennDll_GetSessionIndexes(session, indexes.data(), count, nullptr), 0);
-        std::vector<std::string> names;
-        for (uint32_t index : indexes) {
-            const char* name = nullptr;
-            EXPECT_EQ(BrennDll_GetResourceName(index, &name), 0);
-            names.emplace_back(name == nullptr ? "<null>" : name);
-        }
-        return names;
-    }
-
-    void expectNothingLeaked() const {
-        EXPECT_EQ(heap::liveBlocks(), blocksAtStart_) << "library heap blocks";
-        EXPECT_EQ(HostSim_LiveHandleCount(), handlesAtStart_) << "Host handles";
-        EXPECT_EQ(readersCounted(), readersAtStart_) << "registry lock still held";
-    }
-
-    static int32_t readersCounted() { return gRegistryLock.readerCountForTesting(); }
-
-    size_t handlesAtStart_ = 0;
-    int32_t readersAtStart_ = 0;
-    uint64_t blocksAtStart_ = 0;
+private:
+    std::vector<void**> arrays_;
+    std::set<void**> strings_;
 };
 
 }  // namespace quorvane::testing
