@@ -301,8 +301,8 @@ std::set<std::string> injectableCallees() {
         if (std::regex_search(line, found, platformFunction)) all.insert(found.str());
     }
     pclose(listing);
-#ifdef QUORVANE_HOST_WITHOUT_NEW_HANDLE
-    all.erase("DSNewHandle");  // a Host without it: the library finds none to call
+#ifndef QUORVANE_HOST_WITHOUT_NEW_HANDLE
+    all.insert("DSNewHandle");  // looked up by name at run time, so not among the imports
 #endif
     return all;
 }
