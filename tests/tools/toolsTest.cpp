@@ -138,15 +138,12 @@ TEST(QuorvaneStatus, ListsExactlyTheDocumentedCodes) {
 
 // Arguments, exit code, standard output, standard error.
 const std::tuple<const char*, int, const char*, const char*> kStatusRuns[] = {
-    {"-52000 -63103", 0,
+    {"-12345 -52000 -63103 7", 1,
+     "-12345: not a code of libQuorvane; an error passed on from the FPGA interface library or the device service\n"
      "-52000 kQuorvaneStatusMemoryFull: memory or a Host handle could not be obtained (Host result 2)\n"
-     "-63103 kBrennSimBadTargetDescription (simulated target, not the library): the target description "
-     "could not be loaded\n",
-     ""},
-    {"-12345 0 7", 1,
-     "-12345: not a code of libQuorvane; an error passed on from the FPGA interface library or the device "
-     "service\n0 kQuorvaneStatusSuccess: success\n7: not a code of libQuorvane; a warning passed on from the "
-     "FPGA interface library or the device service\n",
+     "-63103 kBrennSimBadTargetDescription (simulated target, not the library): the target description could not "
+     "be loaded\n7: not a code of libQuorvane; a warning passed on from the FPGA interface library or the device "
+     "service\n",
      ""},
     {"--version", 0, "quorvane-status " QUORVANE_VERSION_STRING "\n", ""},
     {"", 2, "", "quorvane-status: no CODE given\nTry 'quorvane-status --help'.\n"},
