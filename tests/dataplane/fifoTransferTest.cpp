@@ -119,8 +119,8 @@ using RemainingCase = std::tuple<int32_t, uint64_t, int32_t, uint32_t>;
 class ElementsRemaining : public DataplaneTest,
                           public ::testing::WithParamInterface<std::tuple<Transfer, RemainingCase>> {};
 
-// The low 32 bits are stored whatever the status; an overflow gives way only to a library
-// error, and a null destination skips the report and its check. A failed read empties the array.
+// The low 32 bits are stored whatever the status (0 when the library set none); an overflow gives
+// way only to a library error, a null destination skips the report, a failed read empties the array.
 TEST_P(ElementsRemaining, CountIsNarrowedAndAnOverflowGivesWayOnlyToALibraryError) {
     const Transfer& t = std::get<0>(GetParam());
     const auto& [libraryAnswer, libraryRemaining, status, stored] = std::get<1>(GetParam());
@@ -132,6 +132,9 @@ TEST_P(ElementsRemaining, CountIsNarrowedAndAnOverflowGivesWayOnlyToALibraryErro
     EXPECT_EQ(countOf(array), t.reads && status < 0 ? 0 : t.arrayCount);
     scriptAnswer(t.target, libraryAnswer, {libraryRemaining});
     EXPECT_EQ(t.call(session_, array, nullptr), libraryAnswer);
+    scriptAnswer(t.target, libraryAnswer);
+    EXPECT_EQ(t.call(session_, array, &remaining), libraryAnswer);
+    EXPECT_EQ(remaining, 0u) << "a count the library did not set";
 }
 
 INSTANTIATE_TEST_SUITE_P(
