@@ -19,11 +19,7 @@ struct TempFile {
         std::ofstream(path) << contents;
     }
     ~TempFile() { std::filesystem::remove(path); }
-    std::string read() const {
-        std::ostringstream text;
-        text << std::ifstream(path).rdbuf();
-        return text.str();
-    }
+    std::string read() const { return (std::ostringstream() << std::ifstream(path).rdbuf()).str(); }
     const std::filesystem::path path;
 };
 
