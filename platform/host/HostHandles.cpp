@@ -4,7 +4,9 @@
 // Every block is allocated at exactly its size, and a resize always moves the block, even when
 // the size stays the same. A caller that keeps a block pointer across a resize, or writes past
 // the element count it asked for, touches freed or unallocated memory, which the address
-// sanitizer reports at the faulty access.
+// sanitizer reports at the faulty access. A block from DSNewHandle holds garbage, as a real
+// Host's may, so a caller that forgets a string's NUL is seen; arrays grow with zeros, since
+// element handles the caller has not set yet must read as none.
 #include <algorithm>
 #include <climits>
 #include <cstdint>
@@ -159,7 +161,9 @@ extern "C" void** DSNewHandle(size_t size) {
     if (const auto injected = hostsim::takeInjectedAnswer(hostsim::HostFunction::kDSNewHandle)) {
         return *injected == 0 ? nullptr : hostsim::makeHandle(0, false);
     }
-    return hostsim::makeHandle(size, true);
+    void** made = hostsim::makeHandle(size, true);
+    if (made != nullptr && *made != nullptr) std::memset(*made, 0xA5, size);  // garbage, see above
+    return made;
 }
 #endif
 
