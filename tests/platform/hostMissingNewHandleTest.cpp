@@ -2,6 +2,6 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
-TEST(HostWithoutNewHandle, LacksOnlyDSNewHandle) {
+TEST(HostWithoutNewHandle, LacksDSNewHandle) {
     EXPECT_EQ(dlsym(RTLD_DEFAULT, "DSNewHandle"), nullptr);
 }
