@@ -35,6 +35,7 @@ TEST_F(SessionLifecycle, OpenReservesTheCountedContextsAndCloseUndoesEverything)
         });
     }
     for (auto& thread : threads) thread.join();
+    EXPECT_EQ(Quorvane_ReserveIrqContext() | Quorvane_UnreserveIrqContext(), 0) << "both always answer 0";
     const uint32_t session = open();
     Quorvane_UnreserveIrqContext();
     const uint32_t second = open();
