@@ -47,7 +47,7 @@ uint64_t MonotonicNow() noexcept {
 
 // ---- tMutex ---------------------------------------------------------------------------------
 
-void tMutex::create(tStatus& status) noexcept {
+void tMutex::create(tStatus& status, tPriority priority) noexcept {
     if (status.isError()) return;
     pthread_mutexattr_t attributes;
     bool created = false;
@@ -55,7 +55,7 @@ void tMutex::create(tStatus& status) noexcept {
         // Without priority inheritance the mutex is still recursive, which is all that
         // correctness needs; so that result alone is ignored.
         if (pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_RECURSIVE) == 0) {
-            (void)pthread_mutexattr_setprotocol(&attributes, PTHREAD_PRIO_INHERIT);
+            if (priority == tPriority::inherit) (void)pthread_mutexattr_setprotocol(&attributes, PTHREAD_PRIO_INHERIT);
             created = pthread_mutex_init(&mutex_, &attributes) == 0;
         }
         pthread_mutexattr_destroy(&attributes);
@@ -90,7 +90,7 @@ void tMutex::unlock() noexcept NO_THREAD_SAFETY_ANALYSIS {
 
 // The condition is created before the guard; a failure of either undoes the condition, so an
 // event whose creation failed owns no POSIX object.
-tEvent::tEvent(tStatus& status, bool autoReset, bool signalled) noexcept {
+tEvent::tEvent(tStatus& status, bool autoReset, bool signalled, tPriority priority) noexcept {
     conditionInitialised_ = false;
     if (status.isError()) return;
     if (createCondition(condition_, conditionClock_) == 0) {
@@ -99,7 +99,7 @@ tEvent::tEvent(tStatus& status, bool autoReset, bool signalled) noexcept {
         status.setCode(kStatusConditionFailed, kSynchronizationFile, kConditionCreationLine);
     }
     guard_.initialised_ = false;
-    if (!status.isError()) guard_.create(status);
+    if (!status.isError()) guard_.create(status, priority);
     if (status.isError()) {
         if (conditionInitialised_) pthread_cond_destroy(&condition_);
         conditionInitialised_ = false;
@@ -184,13 +184,14 @@ uint32_t assignReaderSlot() noexcept {
 }
 
 // Members are built in declaration order: writerMutex, gateMutex, readersDrained (manual, not
-// signalled), writerGone (manual, signalled); the counters are set whatever the status holds.
+// signalled), writerGone (manual, signalled), all without priority inheritance (see the header);
+// the counters are set whatever the status holds.
 // The implicit member destruction runs in reverse, which is the order the parts must go.
 tReaderWriterLock::tReaderWriterLock(tStatus& status) noexcept
-    : writerMutex_(status),
-      gateMutex_(status),
-      readersDrained_(status, false, false),
-      writerGone_(status, false, true) {}
+    : writerMutex_(status, tPriority::plain),
+      gateMutex_(status, tPriority::plain),
+      readersDrained_(status, false, false, tPriority::plain),
+      writerGone_(status, false, true, tPriority::plain) {}
 
 tReaderWriterLock::~tReaderWriterLock() = default;
 
